@@ -1,0 +1,55 @@
+# Every compiler and linker option stands on one of these interface targets; none is global.
+#   quorvane_warnings   for everything that is compiled
+#   quorvane_sanitize   for everything that is compiled, empty unless QUORVANE_SANITIZE is set
+#   quorvane_product    for the layers and the program: no exceptions, hardened
+include(CheckCXXCompilerFlag)
+
+add_library(quorvane_warnings INTERFACE)
+target_compile_options(quorvane_warnings INTERFACE
+    -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast)
+if(QUORVANE_WERROR)
+    target_compile_options(quorvane_warnings INTERFACE -Werror)
+endif()
+
+add_library(quorvane_sanitize INTERFACE)
+if(QUORVANE_SANITIZE)
+    target_compile_options(quorvane_sanitize INTERFACE
+        -fsanitize=${QUORVANE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(quorvane_sanitize INTERFACE -fsanitize=${QUORVANE_SANITIZE})
+endif()
+
+add_library(quorvane_product INTERFACE)
+target_link_libraries(quorvane_product INTERFACE quorvane_warnings quorvane_sanitize)
+target_include_directories(quorvane_product INTERFACE ${PROJECT_SOURCE_DIR}/src)
+target_compile_options(quorvane_product INTERFACE -fno-exceptions -fno-rtti
+    -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
+target_compile_definitions(quorvane_product INTERFACE _GLIBCXX_ASSERTIONS)
+
+# An option that the compiler does not know is left out here; the hardening check looks at the
+# built program, so that a silent loss is noticed.
+if(NOT QUORVANE_SANITIZE)
+    set(hardening -fstack-protector-strong -fstack-clash-protection -ftrivial-auto-var-init=zero
+        -fno-delete-null-pointer-checks -fno-strict-overflow)
+    if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+        list(APPEND hardening -fcf-protection=full)
+    elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
+        list(APPEND hardening -mbranch-protection=standard)
+    endif()
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+        list(APPEND hardening
+            -enable-trivial-auto-var-init-zero-knowing-it-will-be-removed-from-clang)
+    endif()
+    foreach(flag IN LISTS hardening)
+        string(MAKE_C_IDENTIFIER "HAVE${flag}" known)
+        check_cxx_compiler_flag("${flag}" ${known})
+        if(${known} OR flag MATCHES "^-enable-trivial")
+            target_compile_options(quorvane_product INTERFACE ${flag})
+        endif()
+    endforeach()
+    target_compile_options(quorvane_product INTERFACE
+        -fsanitize=signed-integer-overflow,bounds -fsanitize-undefined-trap-on-error
+        $<$<CONFIG:Release>:-U_FORTIFY_SOURCE>
+        $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=3>)
+    target_link_options(quorvane_product INTERFACE -pie
+        -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack -Wl,-z,separate-code -Wl,--as-needed)
+endif()

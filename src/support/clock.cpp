@@ -1,0 +1,16 @@
+#include "support/clock.h"
+
+#include "support/syscall.h"
+
+namespace quorvane {
+
+std::int64_t monotonic_ms() {
+    // The last whole second whose nanoseconds, with any fraction, stay below 2^63.
+    constexpr std::int64_t kLastSecond = 9'223'372'035;
+    timespec now = {};
+    if (kernel::clock_gettime(CLOCK_MONOTONIC, &now) < 0) return 0;
+    if (now.tv_sec > kLastSecond) return 0;
+    return (now.tv_sec * 1'000'000'000 + now.tv_nsec) / 1'000'000;
+}
+
+}  // namespace quorvane

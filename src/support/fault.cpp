@@ -1,0 +1,19 @@
+#include "support/fault.h"
+
+// The standard library reports its own broken preconditions through these functions.  Defined
+// here they end the process silently, as every internal fault does; and since nothing of this
+// program can then throw, the exception machinery (with the pool it allocates at start) is not
+// linked in at all.
+namespace std {
+
+[[noreturn]] void __glibcxx_assert_fail(const char*, int, const char*, const char*) noexcept {
+    quorvane::internal_fault();
+}
+[[noreturn]] void __throw_bad_alloc() { quorvane::internal_fault(); }
+[[noreturn]] void __throw_bad_array_new_length() { quorvane::internal_fault(); }
+[[noreturn]] void __throw_length_error(const char*) { quorvane::internal_fault(); }
+[[noreturn]] void __throw_logic_error(const char*) { quorvane::internal_fault(); }
+[[noreturn]] void __throw_out_of_range(const char*) { quorvane::internal_fault(); }
+[[noreturn]] void __throw_out_of_range_fmt(const char*, ...) { quorvane::internal_fault(); }
+
+}  // namespace std

@@ -1,0 +1,113 @@
+#include "support/files.h"
+
+#include <optional>
+
+#include "support/fd.h"
+#include "support/text.h"
+
+namespace quorvane {
+namespace {
+
+constexpr mode_t kDirectoryMode = 0777;
+constexpr mode_t kFileMode = 0666;
+
+FdHandle create_exclusively(const std::string& path) {
+    const int flags = O_WRONLY | O_CREAT | O_EXCL | O_TRUNC | O_CLOEXEC;
+    return FdHandle(kernel::open(path.c_str(), flags, kFileMode));
+}
+
+bool write_and_sync(FdHandle fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const long written = kernel::write(fd.get(), bytes.data(), bytes.size());
+        if (written <= 0) return false;
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+    const bool synchronised = kernel::fsync(fd.get()) >= 0;
+    // Some file systems report a failed write only here.
+    return fd.close() >= 0 && synchronised;
+}
+
+bool write_temporary(const std::string& path, std::string_view bytes) {
+    FdHandle fd = create_exclusively(path);
+    if (!fd.valid()) {
+        remove_path(path);
+        fd = create_exclusively(path);
+    }
+    return fd.valid() && write_and_sync(std::move(fd), bytes);
+}
+
+}  // namespace
+
+FileStatus stat_path(std::string_view path) {
+    FileStatus status;
+    status.path = path;
+    struct stat record = {};
+    if (kernel::stat(status.path.c_str(), &record) < 0) return status;
+    status.kind = S_ISREG(record.st_mode)   ? FileKind::kRegular
+                  : S_ISDIR(record.st_mode) ? FileKind::kDirectory
+                                            : FileKind::kOther;
+    status.size = record.st_size;
+    const timespec& modified = record.st_mtim;
+    if (__builtin_mul_overflow(modified.tv_sec, std::int64_t{1'000'000'000}, &status.modified_ns) ||
+        __builtin_add_overflow(status.modified_ns, modified.tv_nsec, &status.modified_ns)) {
+        status.modified_ns = 0;
+    }
+    return status;
+}
+
+ByteBuffer read_whole_file(std::string_view path) {
+    ByteBuffer bytes;
+    const FileStatus status = stat_path(path);
+    if (status.kind != FileKind::kRegular || status.size < 0) return bytes;
+    const FdHandle fd(kernel::open(status.path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd.valid()) return bytes;
+
+    const auto size = static_cast<std::size_t>(status.size);
+    char* room = bytes.spare(size + 1);
+    std::size_t filled = 0;
+    while (filled < size) {
+        const long got = kernel::read(fd.get(), room + filled, size - filled);
+        if (got <= 0) break;
+        filled += static_cast<std::size_t>(got);
+    }
+    bytes.commit(filled);
+    return bytes;
+}
+
+std::string parent_directory(std::string_view path) {
+    if (path.empty()) return ".";
+    while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string_view::npos) return ".";
+    return std::string(slash == 0 ? path.substr(0, 1) : path.substr(0, slash));
+}
+
+bool ensure_directories(std::string_view path) {
+    std::string prefix;
+    for (std::size_t i = 1; i <= path.size(); ++i) {
+        if (i < path.size() && path[i] != '/') continue;
+        prefix = path.substr(0, i);
+        if (prefix == ".") continue;
+        const long made = kernel::mkdir(prefix.c_str(), kDirectoryMode);
+        if (made < 0 && made != -EEXIST) return false;
+    }
+    return true;
+}
+
+bool remove_path(std::string_view path) {
+    const std::string name(path);
+    return kernel::unlink(name.c_str()) >= 0 || kernel::rmdir(name.c_str()) >= 0;
+}
+
+bool write_file_atomic(std::string_view path, std::string_view bytes) {
+    const std::string target(path);
+    const std::string temporary = target + ".tmp." + to_decimal(kernel::getpid());
+    if (ensure_directories(parent_directory(path)) && write_temporary(temporary, bytes) &&
+        kernel::rename(temporary.c_str(), target.c_str()) >= 0) {
+        return true;
+    }
+    remove_path(temporary);
+    return false;
+}
+
+}  // namespace quorvane

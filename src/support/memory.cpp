@@ -1,0 +1,151 @@
+#include "support/memory.h"
+
+#include <malloc.h>
+#include <sys/mman.h>
+
+#include <cstdlib>
+#include <new>
+#include <string_view>
+
+#include "support/syscall.h"
+
+namespace quorvane {
+namespace {
+
+// Invariant: never above kMemoryCeilingBytes, so that a subtraction from it cannot wrap.
+std::size_t bytes_in_use = 0;
+
+[[noreturn]] void fatal_memory_limit() noexcept {
+    constexpr std::string_view kMessage = "memory limit exceeded\n";
+    static_cast<void>(kernel::write(2, kMessage.data(), kMessage.size()));
+    std::abort();
+}
+
+#ifdef QUORVANE_MEMORY_CEILING
+
+void check_room(std::size_t size) noexcept {
+    if (size > kMemoryCeilingBytes - bytes_in_use) fatal_memory_limit();
+}
+
+// The allocator may hand out more than was asked for; what it handed out is what counts.
+void count_block(void* block) noexcept {
+    const std::size_t size = malloc_usable_size(block);
+    check_room(size);
+    bytes_in_use += size;
+}
+
+void discount_block(void* block) noexcept { bytes_in_use -= malloc_usable_size(block); }
+
+#else
+
+void check_room(std::size_t) noexcept {}
+void count_block(void*) noexcept {}
+void discount_block(void*) noexcept {}
+
+#endif
+
+}  // namespace
+
+void* allocate(std::size_t size) noexcept {
+    check_room(size);
+    void* block = std::malloc(size == 0 ? 1 : size);
+    if (block == nullptr) fatal_memory_limit();
+    count_block(block);
+    return block;
+}
+
+void* reallocate(void* block, std::size_t size) noexcept {
+    if (block == nullptr) return allocate(size);
+    discount_block(block);
+    check_room(size);
+    void* moved = std::realloc(block, size == 0 ? 1 : size);
+    if (moved == nullptr) fatal_memory_limit();
+    count_block(moved);
+    return moved;
+}
+
+void release(void* block) noexcept {
+    if (block == nullptr) return;
+    discount_block(block);
+    std::free(block);
+}
+
+void* allocate_pages(std::size_t size) noexcept {
+    check_room(size);
+    const int flags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
+    void* pages = mmap(nullptr, size, PROT_READ | PROT_WRITE, flags, -1, 0);
+    if (pages == MAP_FAILED) fatal_memory_limit();
+    bytes_in_use += size;
+    // Advice only: a kernel without huge pages answers with an error that changes nothing.
+    if (size >= kHugePageThreshold) madvise(pages, size, MADV_HUGEPAGE);
+    return pages;
+}
+
+void release_pages(void* pages, std::size_t size) noexcept {
+    if (pages == nullptr) return;
+    munmap(pages, size);
+    bytes_in_use -= size;
+}
+
+std::size_t memory_in_use() noexcept { return bytes_in_use; }
+
+}  // namespace quorvane
+
+#ifdef QUORVANE_MEMORY_CEILING
+
+namespace {
+
+void* allocate_aligned(std::size_t size, std::align_val_t alignment) noexcept {
+    quorvane::check_room(size);
+    void* block = nullptr;
+    const std::size_t boundary = static_cast<std::size_t>(alignment);
+    if (posix_memalign(&block, boundary, size) != 0) quorvane::fatal_memory_limit();
+    quorvane::count_block(block);
+    return block;
+}
+
+}  // namespace
+
+void* operator new(std::size_t size) { return quorvane::allocate(size); }
+void* operator new[](std::size_t size) { return quorvane::allocate(size); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return quorvane::allocate(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return quorvane::allocate(size);
+}
+void* operator new(std::size_t size, std::align_val_t alignment) {
+    return allocate_aligned(size, alignment);
+}
+void* operator new[](std::size_t size, std::align_val_t alignment) {
+    return allocate_aligned(size, alignment);
+}
+void* operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
+    return allocate_aligned(size, alignment);
+}
+void* operator new[](std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
+    return allocate_aligned(size, alignment);
+}
+
+void operator delete(void* block) noexcept { quorvane::release(block); }
+void operator delete[](void* block) noexcept { quorvane::release(block); }
+void operator delete(void* block, std::size_t) noexcept { quorvane::release(block); }
+void operator delete[](void* block, std::size_t) noexcept { quorvane::release(block); }
+void operator delete(void* block, const std::nothrow_t&) noexcept { quorvane::release(block); }
+void operator delete[](void* block, const std::nothrow_t&) noexcept { quorvane::release(block); }
+void operator delete(void* block, std::align_val_t) noexcept { quorvane::release(block); }
+void operator delete[](void* block, std::align_val_t) noexcept { quorvane::release(block); }
+void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
+    quorvane::release(block);
+}
+void operator delete[](void* block, std::size_t, std::align_val_t) noexcept {
+    quorvane::release(block);
+}
+void operator delete(void* block, std::align_val_t, const std::nothrow_t&) noexcept {
+    quorvane::release(block);
+}
+void operator delete[](void* block, std::align_val_t, const std::nothrow_t&) noexcept {
+    quorvane::release(block);
+}
+
+#endif

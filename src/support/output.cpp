@@ -1,0 +1,27 @@
+#include "support/output.h"
+
+#include <string>
+
+#include "support/syscall.h"
+
+namespace quorvane {
+
+bool write_all(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const long written = kernel::write(fd, bytes.data(), bytes.size());
+        if (written == -EINTR) continue;
+        if (written <= 0) return false;
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+void print_line(Stream stream, std::string_view text) {
+    std::string line;
+    line.reserve(text.size() + 1);
+    line.append(text);
+    line.push_back('\n');
+    write_all(static_cast<int>(stream), line);
+}
+
+}  // namespace quorvane

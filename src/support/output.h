@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string_view>
+
+/// Unbuffered output: what is printed has left the process when the call returns.
+namespace quorvane {
+
+enum class Stream : int { kOutput = 1, kError = 2 };
+
+/// Writes all of `bytes` to `fd`, going on after partial writes and after EINTR.  False when the
+/// kernel refused a part; callers that print do not act on it, for there is nobody left to tell.
+bool write_all(int fd, std::string_view bytes);
+
+/// Writes `text` and one line feed, as one piece wherever the kernel takes it in one.
+void print_line(Stream stream, std::string_view text);
+
+}  // namespace quorvane

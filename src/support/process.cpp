@@ -1,0 +1,37 @@
+#include "support/process.h"
+
+#include <cstddef>
+
+namespace quorvane {
+namespace {
+
+char* no_environment[] = {nullptr};
+
+// The only process-wide values beside the memory count and the last TLS error.
+std::span<char* const> arguments_after_name;
+char** environment = no_environment;
+
+}  // namespace
+
+void set_process_vectors(int count, char** arguments) {
+    const auto size = static_cast<std::size_t>(count < 0 ? 0 : count);
+    arguments_after_name = {};
+    if (size > 1) arguments_after_name = {arguments + 1, size - 1};
+    environment = arguments + size + 1;
+}
+
+std::span<char* const> process_arguments() { return arguments_after_name; }
+
+char* const* process_environment() { return environment; }
+
+std::optional<std::string_view> lookup_env(std::string_view name) {
+    for (char** entry = environment; *entry != nullptr; ++entry) {
+        const std::string_view text(*entry);
+        if (text.size() > name.size() && text[name.size()] == '=' && text.starts_with(name)) {
+            return text.substr(name.size() + 1);
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace quorvane

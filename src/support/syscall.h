@@ -1,0 +1,202 @@
+#pragma once
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/types.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+
+/// Every entry into the kernel, typed, and the only place that reads `errno`.
+///
+/// Each function makes one system call and returns the kernel's own answer: a value of zero or
+/// more, or a negated errno value (-ENOENT).  Nothing is retried here, EINTR included.  Paths end
+/// in a zero byte; relative ones start at the working directory.
+///
+/// Architectures that came late lack the older numbers (arm64 has no open, poll, fork, rename,
+/// unlink, rmdir, mkdir or access); there the same function uses the *at, ppoll or clone form.
+namespace quorvane::kernel {
+
+namespace detail {
+
+/// A system call takes machine words: integers are widened by their own signedness.
+template <typename T>
+long as_word(T argument) {
+    if constexpr (std::is_pointer_v<T>) {
+        return reinterpret_cast<long>(argument);
+    } else if constexpr (std::is_null_pointer_v<T>) {
+        return 0;
+    } else {
+        return static_cast<long>(argument);
+    }
+}
+
+template <typename... Arguments>
+long call(long number, Arguments... arguments) {
+    const long result = ::syscall(number, as_word(arguments)...);
+    return result == -1 ? -errno : result;
+}
+
+}  // namespace detail
+
+// Files.
+
+[[nodiscard]] inline long open(const char* path, int flags, mode_t mode = 0) {
+    return detail::call(SYS_openat, AT_FDCWD, path, flags, mode);
+}
+[[nodiscard]] inline long read(int fd, void* bytes, std::size_t size) {
+    return detail::call(SYS_read, fd, bytes, size);
+}
+[[nodiscard]] inline long write(int fd, const void* bytes, std::size_t size) {
+    return detail::call(SYS_write, fd, bytes, size);
+}
+[[nodiscard]] inline long fsync(int fd) { return detail::call(SYS_fsync, fd); }
+inline long close(int fd) { return detail::call(SYS_close, fd); }
+[[nodiscard]] inline long fcntl(int fd, int command, long argument = 0) {
+    return detail::call(SYS_fcntl, fd, command, argument);
+}
+/// Makes `target` a second name of the open file `fd`; O_CLOEXEC is the only flag.
+[[nodiscard]] inline long dup3(int fd, int target, int flags) {
+    return detail::call(SYS_dup3, fd, target, flags);
+}
+/// Follows symbolic links.
+[[nodiscard]] inline long stat(const char* path, struct stat* status) {
+    return detail::call(SYS_newfstatat, AT_FDCWD, path, status, 0);
+}
+[[nodiscard]] inline long mkdir(const char* path, mode_t mode) {
+#ifdef SYS_mkdir
+    return detail::call(SYS_mkdir, path, mode);
+#else
+    return detail::call(SYS_mkdirat, AT_FDCWD, path, mode);
+#endif
+}
+[[nodiscard]] inline long rename(const char* from, const char* to) {
+#ifdef SYS_rename
+    return detail::call(SYS_rename, from, to);
+#else
+    return detail::call(SYS_renameat, AT_FDCWD, from, AT_FDCWD, to);
+#endif
+}
+[[nodiscard]] inline long unlink(const char* path) {
+#ifdef SYS_unlink
+    return detail::call(SYS_unlink, path);
+#else
+    return detail::call(SYS_unlinkat, AT_FDCWD, path, 0);
+#endif
+}
+[[nodiscard]] inline long rmdir(const char* path) {
+#ifdef SYS_rmdir
+    return detail::call(SYS_rmdir, path);
+#else
+    return detail::call(SYS_unlinkat, AT_FDCWD, path, AT_REMOVEDIR);
+#endif
+}
+/// Tests with the real user and group, as access(2) does; `mode` is X_OK and its kin.
+[[nodiscard]] inline long access(const char* path, int mode) {
+#ifdef SYS_access
+    return detail::call(SYS_access, path, mode);
+#else
+    return detail::call(SYS_faccessat, AT_FDCWD, path, mode);
+#endif
+}
+
+// The process, its children and its signals.
+
+/// Returns the mask that stood before.
+[[nodiscard]] inline long umask(mode_t mask) { return detail::call(SYS_umask, mask); }
+[[nodiscard]] inline long getpid() { return detail::call(SYS_getpid); }
+/// 0 in the child, the child's process id in the parent.
+[[nodiscard]] inline long fork() {
+#ifdef SYS_fork
+    return detail::call(SYS_fork);
+#else
+    return detail::call(SYS_clone, SIGCHLD, nullptr, nullptr, nullptr, nullptr);
+#endif
+}
+/// Returns only when it failed.
+inline long execve(const char* path, char* const* arguments, char* const* environment) {
+    return detail::call(SYS_execve, path, arguments, environment);
+}
+/// Ends the process at once: nothing is flushed, no handler runs.
+[[noreturn]] inline void exit(int status) {
+    for (;;) detail::call(SYS_exit_group, status);
+}
+/// Sets the disposition of `number` to SIG_IGN or SIG_DFL; handlers are never installed, so no
+/// return trampoline is needed.
+inline long set_signal(int number, void (*disposition)(int)) {
+    // The kernel's own record (sigaction(2), "C library/kernel differences"): a mask of 64 bits.
+    struct {
+        void (*handler)(int);
+        unsigned long flags;
+        void (*restorer)();
+        std::uint64_t mask;
+    } const action = {disposition, 0, nullptr, 0};
+    return detail::call(SYS_rt_sigaction, number, &action, nullptr, sizeof action.mask);
+}
+
+// Randomness and time.
+
+/// May return fewer bytes than asked for.
+[[nodiscard]] inline long getrandom(void* bytes, std::size_t size) {
+    return detail::call(SYS_getrandom, bytes, size, 0);
+}
+[[nodiscard]] inline long clock_gettime(clockid_t clock, timespec* time) {
+    return detail::call(SYS_clock_gettime, clock, time);
+}
+
+// Sockets.
+
+[[nodiscard]] inline long socket(int family, int type, int protocol) {
+    return detail::call(SYS_socket, family, type, protocol);
+}
+[[nodiscard]] inline long connect(int fd, const void* address, std::size_t size) {
+    return detail::call(SYS_connect, fd, address, size);
+}
+[[nodiscard]] inline long bind(int fd, const void* address, std::size_t size) {
+    return detail::call(SYS_bind, fd, address, size);
+}
+[[nodiscard]] inline long listen(int fd, int backlog) {
+    return detail::call(SYS_listen, fd, backlog);
+}
+/// The peer's address is not asked for.
+[[nodiscard]] inline long accept4(int fd, int flags) {
+    return detail::call(SYS_accept4, fd, nullptr, nullptr, flags);
+}
+[[nodiscard]] inline long getsockname(int fd, void* address, socklen_t* size) {
+    return detail::call(SYS_getsockname, fd, address, size);
+}
+[[nodiscard]] inline long getsockopt(int fd, int level, int name, void* value, socklen_t* size) {
+    return detail::call(SYS_getsockopt, fd, level, name, value, size);
+}
+[[nodiscard]] inline long setsockopt(int fd, int level, int name, const void* value,
+                                     std::size_t size) {
+    return detail::call(SYS_setsockopt, fd, level, name, value, size);
+}
+[[nodiscard]] inline long sendto(int fd, const void* bytes, std::size_t size, int flags,
+                                 const void* address = nullptr, std::size_t address_size = 0) {
+    return detail::call(SYS_sendto, fd, bytes, size, flags, address, address_size);
+}
+[[nodiscard]] inline long recvfrom(int fd, void* bytes, std::size_t size, int flags,
+                                   void* address = nullptr, socklen_t* address_size = nullptr) {
+    return detail::call(SYS_recvfrom, fd, bytes, size, flags, address, address_size);
+}
+inline long shutdown(int fd, int how) { return detail::call(SYS_shutdown, fd, how); }
+/// `timeout_ms` is 0 or more: an unbounded wait cannot be asked for.
+[[nodiscard]] inline long poll(pollfd* fds, std::size_t count, std::int64_t timeout_ms) {
+#ifdef SYS_poll
+    return detail::call(SYS_poll, fds, count, timeout_ms);
+#else
+    const timespec limit = {timeout_ms / 1000, timeout_ms % 1000 * 1'000'000};
+    return detail::call(SYS_ppoll, fds, count, &limit, nullptr, 0);
+#endif
+}
+
+}  // namespace quorvane::kernel
