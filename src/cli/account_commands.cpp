@@ -1,0 +1,57 @@
+#include "cli/account_commands.h"
+
+#include <optional>
+#include <string>
+
+#include "json/value.h"
+#include "session/api_client.h"
+#include "session/credentials.h"
+#include "support/output.h"
+
+namespace quorvane {
+namespace {
+
+std::optional<JsonValue> call_account(const ServiceOrigin& origin, std::string_view path,
+                                      std::string_view token) {
+    return call_service(origin, path, json_object({}, {}), token);
+}
+
+void print_project(JsonView project) {
+    std::string line(json_get_string(project, "id"));
+    line.append("  ").append(json_get_string(project, "name"));
+    print_line(Stream::kOutput, line);
+}
+
+}  // namespace
+
+int run_whoami(const ServiceOrigin& origin, std::string_view token) {
+    const std::optional<JsonValue> answer = call_account(origin, "/api/v1/account", token);
+    if (!answer) return 1;
+    const JsonView account = json_member(*answer, "account");
+    print_line(Stream::kOutput, json_get_string(account, "canonical_email"));
+    return 0;
+}
+
+int run_projects(const ServiceOrigin& origin, std::string_view token) {
+    const std::optional<JsonValue> answer = call_account(origin, "/api/v1/projects", token);
+    if (!answer) return 1;
+    const JsonView projects = json_member(*answer, "projects");
+    if (projects.is_array()) {
+        for (const JsonView project : projects.elements()) print_project(project);
+    } else if (projects.is_object()) {
+        for (const JsonMember& member : projects.members()) print_project(member.value);
+    }
+    return 0;
+}
+
+int run_logout(const ServiceOrigin& origin, std::string_view token) {
+    if (!call_account(origin, "/api/v1/logout", token)) return 1;
+    if (!delete_credentials(origin)) {
+        print_line(Stream::kError, "Logged out; remove the local credential file manually");
+        return 1;
+    }
+    print_line(Stream::kOutput, "Signed out");
+    return 0;
+}
+
+}  // namespace quorvane

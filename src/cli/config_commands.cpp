@@ -1,0 +1,83 @@
+#include "cli/config_commands.h"
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "cli/config_files.h"
+#include "json/value.h"
+#include "session/api_client.h"
+#include "session/json_file.h"
+#include "support/output.h"
+
+namespace quorvane {
+namespace {
+
+// The service's own members: they describe the project and are not configuration.
+constexpr std::string_view kServiceMembers[] = {"id", "publicKey", "name"};
+
+int fail(std::string_view message) {
+    print_line(Stream::kError, message);
+    return 1;
+}
+
+JsonValue pull_request(std::string_view project) {
+    std::vector<JsonValue> values;
+    values.push_back(json_string(project));
+    return json_object({"projectId"}, std::move(values));
+}
+
+JsonValue push_request(std::string_view project, JsonValue revision, JsonValue config) {
+    std::vector<JsonValue> values;
+    values.push_back(json_string(project));
+    values.push_back(std::move(revision));
+    values.push_back(std::move(config));
+    return json_object({"projectId", "revision", "config"}, std::move(values));
+}
+
+}  // namespace
+
+int run_config_pull(const ServiceOrigin& origin, std::string_view token,
+                    const ConfigTarget& target) {
+    std::optional<JsonValue> answer =
+        call_service(origin, "/api/v1/project", pull_request(target.project), token);
+    if (!answer) return 1;
+    JsonValue project = json_take_member(std::move(*answer), "project");
+    const JsonValue revision = json_copy(json_member(project, "revision"));
+    const JsonValue config =
+        json_without_members(json_take_member(std::move(project), "config"), kServiceMembers);
+
+    if (!write_config_file(target.file, config)) return fail("Cannot write configuration");
+    if (!write_sync_metadata(metadata_path(target.file), target.project, origin.text, revision)) {
+        return fail("Cannot write revision metadata");
+    }
+    print_line(Stream::kOutput, "Saved " + std::string(target.file));
+    return 0;
+}
+
+int run_config_push(const ServiceOrigin& origin, std::string_view token,
+                    const ConfigTarget& target) {
+    const std::string metadata_file = metadata_path(target.file);
+    SyncMetadata metadata = read_sync_metadata(metadata_file);
+    if (metadata.project_id != target.project || metadata.base_url != origin.text ||
+        !metadata.recorded) {
+        return fail("Pull this project first to establish its revision");
+    }
+    JsonValue config = read_json_object(target.file);
+    if (!config.view().is_object()) return fail("Configuration must be a JSON object");
+
+    const JsonValue request =
+        push_request(target.project, std::move(metadata.revision), std::move(config));
+    const std::optional<JsonValue> answer =
+        call_service(origin, "/api/v1/project-configure", request, token);
+    if (!answer) return 1;
+    const JsonView revision = json_member(json_member(*answer, "project"), "revision");
+    if (!write_sync_metadata(metadata_file, target.project, origin.text, revision)) {
+        return fail("Configuration saved remotely; pull again to refresh local metadata");
+    }
+    print_line(Stream::kOutput, "Configuration synchronized");
+    return 0;
+}
+
+}  // namespace quorvane

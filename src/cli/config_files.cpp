@@ -1,0 +1,43 @@
+#include "cli/config_files.h"
+
+#include <utility>
+#include <vector>
+
+#include "json/writer.h"
+#include "session/json_file.h"
+#include "support/bytes.h"
+#include "support/files.h"
+
+namespace quorvane {
+
+std::string metadata_path(std::string_view config_path) {
+    return std::string(config_path) + ".sync.json";
+}
+
+bool write_config_file(std::string_view path, JsonView config) {
+    ByteBuffer text = write_indented_json(config);
+    text.append("\n");
+    return write_file_atomic(path, text.view());
+}
+
+SyncMetadata read_sync_metadata(std::string_view path) {
+    JsonValue stored = read_json_object(path);
+    SyncMetadata metadata;
+    metadata.project_id = json_get_string(stored, "projectId");
+    metadata.base_url = json_get_string(stored, "baseUrl");
+    metadata.recorded = json_has_member(stored, "revision");
+    metadata.revision = json_take_member(std::move(stored), "revision");
+    return metadata;
+}
+
+bool write_sync_metadata(std::string_view path, std::string_view project_id,
+                         std::string_view base_url, JsonView revision) {
+    std::vector<JsonValue> values;
+    values.push_back(json_string(project_id));
+    values.push_back(json_string(base_url));
+    values.push_back(json_copy(revision));
+    const JsonValue metadata = json_object({"projectId", "baseUrl", "revision"}, std::move(values));
+    return write_file_atomic(path, write_json(metadata).view());
+}
+
+}  // namespace quorvane

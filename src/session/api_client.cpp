@@ -1,0 +1,79 @@
+#include "session/api_client.h"
+
+#include <string>
+#include <utility>
+
+#include "http/exchange.h"
+#include "http/plain_transport.h"
+#include "http/tls.h"
+#include "http/tls_transport.h"
+#include "json/parser.h"
+#include "json/writer.h"
+#include "support/output.h"
+#include "support/text.h"
+
+namespace quorvane {
+namespace {
+
+constexpr std::int64_t kMaxResponseBytes = 8'388'608;
+constexpr std::int64_t kTimeoutMs = 10'000;
+constexpr std::int32_t kDefaultTlsPort = 443;
+
+HttpRequest make_service_request(std::string_view path, JsonView body, std::string_view token) {
+    std::string authorization = "Bearer ";
+    authorization.append(token);
+    return make_post(
+        std::string(path), write_json(body),
+        {{"Content-Type", "application/json"}, {"Authorization", std::move(authorization)}});
+}
+
+ExchangeResult exchange_with(const ServiceOrigin& origin, const HttpRequest& request) {
+    HttpTarget target = {.host_header = origin.host,
+                         .host = origin.host,
+                         .max_response_bytes = kMaxResponseBytes,
+                         .timeout_ms = kTimeoutMs};
+    if (!origin.tls || origin.port != kDefaultTlsPort) {
+        target.host_header.append(":").append(to_decimal(origin.port));
+    }
+    if (origin.tls) {
+        TlsTransport transport(origin.port);
+        return exchange(target, request, transport);
+    }
+    // A plain origin is the local machine under either of its two names; no name is looked up.
+    target.host = "127.0.0.1";
+    PlainTransport transport(origin.port);
+    return exchange(target, request, transport);
+}
+
+std::string unreachable_message(const ServiceOrigin& origin, const ExchangeResult& result) {
+    std::string message = "Cannot reach " + origin.text;
+    message.append(" (HTTP ").append(to_decimal(result.response.status));
+    message.append(", complete=").append(result.complete ? "true" : "false").append("; ");
+    message.append(origin.tls ? last_tls_error() : "HTTP transport").append(")");
+    return message;
+}
+
+std::string refusal_message(std::int64_t status, JsonView answer) {
+    if (json_has_member(answer, "error")) return std::string(json_get_string(answer, "error"));
+    return "Request failed: HTTP " + to_decimal(status);
+}
+
+}  // namespace
+
+std::optional<JsonValue> call_service(const ServiceOrigin& origin, std::string_view path,
+                                      JsonView body, std::string_view token) {
+    ExchangeResult result = exchange_with(origin, make_service_request(path, body, token));
+    if (!result.ok) {
+        print_line(Stream::kError, unreachable_message(origin, result));
+        return std::nullopt;
+    }
+    const std::int64_t status = result.response.status;
+    JsonParseResult answer = parse_json(std::move(result.response.body), kApplicationJsonLimits);
+    if (status < 400 && answer.ok && answer.value.view().is_object()) {
+        return std::move(answer.value);
+    }
+    print_line(Stream::kError, refusal_message(status, answer.value));
+    return std::nullopt;
+}
+
+}  // namespace quorvane

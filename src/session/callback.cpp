@@ -1,0 +1,30 @@
+#include "session/callback.h"
+
+#include "http/message.h"
+#include "http/reader.h"
+#include "support/text.h"
+
+namespace quorvane {
+
+std::string_view query_parameter(std::string_view query, std::string_view name) {
+    while (!query.empty()) {
+        const TextSplit parameters = split_once(query, '&');
+        const TextSplit parameter = split_once(parameters.before, '=');
+        if (parameter.found && parameter.before == name) return parameter.after;
+        query = parameters.after;
+    }
+    return {};
+}
+
+std::optional<std::string> judge_callback(std::string_view bytes, std::string_view state,
+                                          std::string_view request_identifier) {
+    if (bytes.find("\r\n\r\n") == std::string_view::npos) return std::nullopt;
+    const HttpRequest request = parse_request(bytes);
+    if (request.method != "GET" || request.path != "/callback") return std::nullopt;
+    const std::string_view given_state = query_parameter(request.query, "state");
+    if (given_state.empty() || given_state != state) return std::nullopt;
+    if (query_parameter(request.query, "request") != request_identifier) return std::nullopt;
+    return std::string(query_parameter(request.query, "code"));
+}
+
+}  // namespace quorvane

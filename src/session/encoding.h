@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace quorvane {
+
+/// Two characters of "0123456789abcdef" for each byte, the high nibble first.
+[[nodiscard]] std::string hex_lower(std::span<const std::uint8_t> bytes);
+
+/// Base64 in the alphabet that is safe in URLs, without padding (RFC 4648 section 5).
+[[nodiscard]] std::string base64url(std::span<const std::uint8_t> bytes);
+
+/// 24 secure random bytes as 48 characters of lower-case hex, or the empty text when the kernel
+/// gave none.
+[[nodiscard]] std::string random_token();
+
+/// The S256 code challenge of a verifier (RFC 7636 4.2): base64url of the SHA-256 digest of its
+/// bytes exactly as they will be sent, 43 characters.
+[[nodiscard]] std::string pkce_challenge(std::string_view verifier);
+
+}  // namespace quorvane

@@ -1,0 +1,167 @@
+#include "session/login.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "http/message.h"
+#include "json/value.h"
+#include "net/socket.h"
+#include "session/api_client.h"
+#include "session/browser.h"
+#include "session/callback.h"
+#include "session/credentials.h"
+#include "session/encoding.h"
+#include "support/bytes.h"
+#include "support/clock.h"
+#include "support/output.h"
+
+namespace quorvane {
+namespace {
+
+constexpr std::int64_t kLoginLimitMs = 300'000;
+constexpr std::int64_t kConnectionLimitMs = 5'000;
+constexpr std::int64_t kWaitMs = 1'000;
+constexpr std::size_t kMaxHeadBytes = 8'192;
+
+struct LoginListener {
+    FdHandle fd;
+    std::int32_t port = 0;
+};
+
+/// The browser's connection, held open until its answer is known.
+struct Callback {
+    FdHandle connection;
+    std::string code;
+};
+
+std::optional<LoginListener> open_login_listener() {
+    ListenerResult opened = open_listener("127.0.0.1", 0);
+    if (!opened.ok || !set_non_blocking(opened.fd.get())) return std::nullopt;
+    const std::optional<std::int32_t> port = listener_port(opened.fd.get());
+    if (!port) return std::nullopt;
+    return LoginListener{std::move(opened.fd), *port};
+}
+
+int fail(std::string_view message) {
+    print_line(Stream::kError, message);
+    return 1;
+}
+
+std::optional<JsonValue> start_login(const ServiceOrigin& origin, std::string_view verifier,
+                                     std::string_view state, std::int32_t port) {
+    std::vector<JsonValue> values;
+    values.push_back(json_string(pkce_challenge(verifier)));
+    values.push_back(json_string(state));
+    values.push_back(json_integer(port));
+    const JsonValue body = json_object({"challenge", "state", "port"}, std::move(values));
+    return call_service(origin, "/api/cli/start", body);
+}
+
+std::optional<JsonValue> exchange_code(const ServiceOrigin& origin,
+                                       std::string_view request_identifier, std::string_view code,
+                                       std::string_view verifier) {
+    std::vector<JsonValue> values;
+    values.push_back(json_string(request_identifier));
+    values.push_back(json_string(code));
+    values.push_back(json_string(verifier));
+    const JsonValue body = json_object({"request", "code", "verifier"}, std::move(values));
+    return call_service(origin, "/api/cli/exchange", body);
+}
+
+void show_url(const std::string& url, const LoginOptions& options) {
+    print_line(Stream::kOutput, "Open this URL to authorize the CLI:\n" + url);
+    if (!options.open_browser) return;
+    const std::string command[] = {"xdg-open", url};
+    launch_browser(command, options.user_umask);
+}
+
+// One head of at most kMaxHeadBytes.  A wait that brings nothing gives the connection up, so that
+// the silent extra connection that browsers open costs a second.
+ByteBuffer read_request_head(int fd) {
+    constexpr std::string_view kHeadEnd = "\r\n\r\n";
+    const std::int64_t deadline = monotonic_ms() + kConnectionLimitMs;
+    ByteBuffer head;
+    while (head.size() < kMaxHeadBytes && monotonic_ms() < deadline) {
+        const std::size_t seen = head.size();
+        const auto room = static_cast<std::int64_t>(kMaxHeadBytes - seen);
+        if (receive_some(fd, head, room, kWaitMs).count <= 0) break;
+        // The end may have begun in the last three bytes that were there before.
+        const std::size_t from = seen - std::min(seen, kHeadEnd.size() - 1);
+        if (head.view().find(kHeadEnd, from) != std::string_view::npos) break;
+    }
+    return head;
+}
+
+void answer_browser(FdHandle connection, const HttpResponse& response) {
+    const ByteBuffer bytes = serialize_response(response);
+    static_cast<void>(send_all(connection.get(), bytes.view()));
+    finish_connection(std::move(connection));
+}
+
+HttpResponse connected_response() {
+    HttpResponse response = make_text_response("Quorvane CLI connected. You can close this tab.");
+    response.headers.push_back({"Cache-Control", "no-store"});
+    response.headers.push_back({"Referrer-Policy", "no-referrer"});
+    return response;
+}
+
+// Turns away every request that is not the one expected, until that one comes or time is up.
+std::optional<Callback> wait_for_callback(int listener, std::string_view state,
+                                          std::string_view request_identifier) {
+    const std::int64_t deadline = monotonic_ms() + kLoginLimitMs;
+    while (monotonic_ms() < deadline) {
+        if (wait_ready(listener, POLLIN, kWaitMs) <= 0) continue;
+        FdHandle connection = accept_connection(listener);
+        if (!connection.valid()) continue;
+        const ByteBuffer head = read_request_head(connection.get());
+        std::optional<std::string> code = judge_callback(head.view(), state, request_identifier);
+        if (code) return Callback{std::move(connection), std::move(*code)};
+        answer_browser(std::move(connection), make_text_response("Unknown login callback", 400));
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+int run_login(const ServiceOrigin& origin, const LoginOptions& options) {
+    const std::string verifier = random_token();
+    const std::string state = random_token();
+    if (verifier.empty() || state.empty()) return fail("Secure randomness unavailable");
+
+    const std::optional<LoginListener> listener = open_login_listener();
+    if (!listener) return fail("Cannot open a loopback login listener");
+
+    const std::optional<JsonValue> started = start_login(origin, verifier, state, listener->port);
+    if (!started) return 1;
+    const std::string request_identifier(json_get_string(*started, "request"));
+    show_url(origin.text + "/cli/authorize?request=" + request_identifier, options);
+
+    std::optional<Callback> callback =
+        wait_for_callback(listener->fd.get(), state, request_identifier);
+    if (!callback) return fail("Login timed out. Run quorvane login again.");
+
+    const std::optional<JsonValue> credentials =
+        exchange_code(origin, request_identifier, callback->code, verifier);
+    if (!credentials) {
+        answer_browser(std::move(callback->connection),
+                       make_text_response("Authorization failed. Return to your terminal.", 400));
+        return 1;
+    }
+    if (!save_credentials(origin, *credentials)) {
+        answer_browser(std::move(callback->connection),
+                       make_text_response("Unable to save credentials.", 500));
+        return fail("Unable to save credentials");
+    }
+    answer_browser(std::move(callback->connection), connected_response());
+    std::string greeting = "Signed in as ";
+    greeting.append(json_get_string(*credentials, "email"));
+    print_line(Stream::kOutput, greeting);
+    return 0;
+}
+
+}  // namespace quorvane

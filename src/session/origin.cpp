@@ -1,0 +1,64 @@
+#include "session/origin.h"
+
+#include "support/text.h"
+
+namespace quorvane {
+namespace {
+
+constexpr std::int32_t kMaxPort = 65535;
+
+bool is_authority_byte(char byte) {
+    return (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z') || is_digit(byte) ||
+           byte == '-' || byte == '.' || byte == ':';
+}
+
+bool is_authority(std::string_view text) {
+    for (const char byte : text) {
+        if (!is_authority_byte(byte)) return false;
+    }
+    return !text.empty();
+}
+
+// Leading zeros are read as decimal; the limit is tested after each digit, so nothing overflows.
+std::int32_t parse_port(std::string_view digits) {
+    if (digits.empty()) return -1;
+    std::int32_t port = 0;
+    for (const char byte : digits) {
+        if (!is_digit(byte)) return -1;
+        port = port * 10 + (byte - '0');
+        if (port > kMaxPort) return -1;
+    }
+    return port;
+}
+
+}  // namespace
+
+ServiceOrigin parse_service_origin(std::string_view text) {
+    constexpr std::string_view kSecure = "https://";
+    constexpr std::string_view kPlain = "http://";
+    ServiceOrigin origin;
+    origin.text = text;
+    std::string_view rest;
+    if (text.starts_with(kSecure)) {
+        origin.tls = true;
+        rest = text.substr(kSecure.size());
+    } else if (text.starts_with(kPlain)) {
+        rest = text.substr(kPlain.size());
+    }
+
+    const std::size_t colon = rest.rfind(':');
+    if (colon == std::string_view::npos) {
+        origin.host = rest;
+        origin.port = origin.tls ? 443 : 80;
+    } else {
+        origin.host = rest.substr(0, colon);
+        origin.port = parse_port(rest.substr(colon + 1));
+    }
+
+    const bool local = origin.host == "localhost" || origin.host == "127.0.0.1";
+    origin.valid =
+        is_authority(rest) && origin.port >= 1 && !origin.host.empty() && (origin.tls || local);
+    return origin;
+}
+
+}  // namespace quorvane

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace quorvane {
+
+/// One deployment of the service: a scheme and an authority, nothing else.
+///
+/// Invariant: when `valid`, `host` is not empty, `port` lies in 1 to 65535, and either `tls` is
+/// set or `host` is exactly "localhost" or "127.0.0.1", so that a token never travels
+/// unencrypted over a network.
+struct ServiceOrigin {
+    std::string text;        ///< As typed, byte for byte: it names the credential file.
+    std::string host;        ///< The authority without its port.
+    std::int32_t port = -1;  ///< -1 when a port was written that cannot be used.
+    bool tls = false;        ///< The scheme is https.
+    bool valid = false;
+};
+
+/// Reads a base URL such as "https://host" or "http://127.0.0.1:8080".  A path (a lone slash
+/// included), user information, an IPv6 literal, an upper-case scheme, or plain HTTP to any other
+/// host leave `valid` unset; nothing else reports them.
+[[nodiscard]] ServiceOrigin parse_service_origin(std::string_view text);
+
+}  // namespace quorvane
