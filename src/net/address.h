@@ -1,0 +1,44 @@
+#pragma once
+
+#include <netinet/in.h>
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+/// IP addresses as text and as the kernel's socket addresses.
+///
+/// The texts are literals only; nothing here knows a name.  Bytes are in network order.
+namespace quorvane {
+
+struct Ipv4Address {
+    std::array<std::uint8_t, 4> bytes = {};
+};
+
+struct Ipv6Address {
+    std::array<std::uint8_t, 16> bytes = {};
+};
+
+/// Dotted decimal: exactly four parts of one to three digits, each at most 255.  Leading zeros are
+/// decimal ("010.0.0.1" is 10.0.0.1).
+[[nodiscard]] std::optional<Ipv4Address> parse_ipv4(std::string_view text);
+
+/// RFC 4291 2.2, forms 1 and 2: eight groups of one to four hexadecimal digits, or fewer with one
+/// "::" that stands for at least one group of zeros.  No dotted-decimal tail, no zone, no brackets.
+[[nodiscard]] std::optional<Ipv6Address> parse_ipv6(std::string_view text);
+
+/// Four decimal numbers without leading zeros.
+[[nodiscard]] std::string format_ipv4(const Ipv4Address& address);
+
+/// All eight groups, lower case, without leading zeros and never shortened by "::".
+[[nodiscard]] std::string format_ipv6(const Ipv6Address& address);
+
+/// `port` is 0 to 65535.
+[[nodiscard]] sockaddr_in make_socket_address(const Ipv4Address& address, std::int32_t port);
+
+/// `port` is 0 to 65535; flow information and scope are 0.
+[[nodiscard]] sockaddr_in6 make_socket_address(const Ipv6Address& address, std::int32_t port);
+
+}  // namespace quorvane
