@@ -1,0 +1,142 @@
+#include "http/message.h"
+
+#include <utility>
+
+#include "support/text.h"
+
+namespace quorvane {
+namespace {
+
+bool has_header(const std::vector<HttpHeader>& headers, std::string_view name) {
+    for (const HttpHeader& header : headers) {
+        if (equal_ignoring_case(header.name, name)) return true;
+    }
+    return false;
+}
+
+void append_line(std::string& head, std::string_view name, std::string_view value) {
+    head.append(name).append(": ").append(value).append("\r\n");
+}
+
+void append_headers(std::string& head, const std::vector<HttpHeader>& headers) {
+    for (const HttpHeader& header : headers) append_line(head, header.name, header.value);
+}
+
+/// The two headers that requests and responses share.
+void append_closing_headers(std::string& head, const std::vector<HttpHeader>& headers,
+                            std::size_t body_size) {
+    if (!has_header(headers, "Content-Length")) {
+        append_line(head, "Content-Length", to_decimal(body_size));
+    }
+    if (!has_header(headers, "Connection")) append_line(head, "Connection", "close");
+}
+
+ByteBuffer join_message(std::string& head, std::string_view body) {
+    head += "\r\n";
+    ByteBuffer message;
+    static_cast<void>(message.spare(head.size() + body.size()));
+    message.append(head);
+    message.append(body);
+    return message;
+}
+
+}  // namespace
+
+HttpRequest make_request(std::string method, std::string path, ByteBuffer body,
+                         std::vector<HttpHeader> headers) {
+    return {.method = std::move(method),
+            .path = std::move(path),
+            .query = {},
+            .headers = std::move(headers),
+            .body = std::move(body)};
+}
+
+HttpRequest make_post(std::string path, ByteBuffer body, std::vector<HttpHeader> headers) {
+    return make_request("POST", std::move(path), std::move(body), std::move(headers));
+}
+
+HttpResponse make_text_response(std::string_view body, std::int64_t status) {
+    return {.status = status,
+            .headers = {{"Content-Type", "text/plain; charset=utf-8"}},
+            .body = ByteBuffer::copy_of(body)};
+}
+
+ByteBuffer serialize_request(const HttpRequest& request, std::string_view host_header) {
+    std::string head;
+    head.append(request.method).append(" ").append(request.path);
+    if (!request.query.empty()) head.append("?").append(request.query);
+    head.append(" HTTP/1.1\r\n");
+    append_headers(head, request.headers);
+    if (!has_header(request.headers, "Host")) append_line(head, "Host", host_header);
+    append_closing_headers(head, request.headers, request.body.size());
+    return join_message(head, request.body.view());
+}
+
+std::string serialize_response_head(const HttpResponse& response) {
+    std::string head = "HTTP/1.1 " + to_decimal(response.status) + " ";
+    head.append(reason_phrase(response.status)).append("\r\n");
+    append_headers(head, response.headers);
+    // RFC 9110 15.2.2: after a 101 the connection goes on in another protocol.
+    if (response.status != 101) {
+        append_closing_headers(head, response.headers, response.body.size());
+    }
+    return head;
+}
+
+ByteBuffer serialize_response(const HttpResponse& response) {
+    std::string head = serialize_response_head(response);
+    return join_message(head, response.body.view());
+}
+
+std::string_view reason_phrase(std::int64_t status) {
+    switch (status) {
+        case 101:
+            return "Switching Protocols";
+        case 200:
+            return "OK";
+        case 201:
+            return "Created";
+        case 204:
+            return "No Content";
+        case 302:
+            return "Found";
+        case 303:
+            return "See Other";
+        case 400:
+            return "Bad Request";
+        case 401:
+            return "Unauthorized";
+        case 403:
+            return "Forbidden";
+        case 404:
+            return "Not Found";
+        case 405:
+            return "Method Not Allowed";
+        case 409:
+            return "Conflict";
+        case 413:
+            return "Payload Too Large";
+        case 415:
+            return "Unsupported Media Type";
+        case 422:
+            return "Unprocessable Content";
+        case 426:
+            return "Upgrade Required";
+        case 429:
+            return "Too Many Requests";
+        case 500:
+            return "Internal Server Error";
+        case 501:
+            return "Not Implemented";
+        case 502:
+            return "Bad Gateway";
+        case 503:
+            return "Service Unavailable";
+        case 504:
+            return "Gateway Timeout";
+        default:
+            return "Unknown Status";
+    }
+}
+
+}  // namespace quorvane
