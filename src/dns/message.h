@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// DNS queries and responses (RFC 1035 4) as bytes; no I/O.
+namespace quorvane {
+
+inline constexpr std::uint16_t kDnsTypeA = 1;
+inline constexpr std::uint16_t kDnsTypeAaaa = 28;
+
+/// The host as labels, each behind its length, ended by a zero byte.  Labels are 1 to 63 bytes and
+/// the text at most 253, one trailing dot left out of account; other bytes than "." mean nothing.
+[[nodiscard]] std::optional<std::string> encode_dns_name(std::string_view host);
+
+/// A query with one question in class IN, recursion desired.  `type` is kDnsTypeA or kDnsTypeAaaa.
+[[nodiscard]] std::optional<std::string> build_dns_query(std::string_view host,
+                                                         std::uint16_t identifier,
+                                                         std::uint16_t type);
+
+/// What one query yielded.
+struct DnsAnswer {
+    std::vector<std::string> addresses;  ///< Address texts, in the order of the answer section.
+    bool ok = false;                     ///< A valid response; it may hold no address.
+    bool timed_out = false;              ///< No response came in time.
+    int error = 0;                       ///< An errno value (positive), 0 when there is none.
+};
+
+/// Reads the addresses out of a response: every A and AAAA record of class IN, whatever was asked
+/// and whatever name owns it, so that an alias in front of them does no harm.  IPv6 addresses are
+/// written in eight groups.
+///
+/// Not ok, with EBADMSG and no address at all: another identifier, no response, a response code
+/// other than 0, more than 16 questions or 256 answers, a name of 127 or more steps (labels and
+/// compression pointers), and everything that does not lie inside the datagram.  The truncation
+/// bit is not looked at.
+[[nodiscard]] DnsAnswer parse_dns_response(std::string_view datagram, std::uint16_t identifier);
+
+}  // namespace quorvane

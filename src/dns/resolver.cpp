@@ -1,0 +1,121 @@
+#include "dns/resolver.h"
+
+#include <netinet/in.h>
+
+#include <cerrno>
+#include <iterator>
+#include <optional>
+#include <utility>
+
+#include "dns/name_server.h"
+#include "net/address.h"
+#include "net/socket.h"
+#include "support/clock.h"
+#include "support/fd.h"
+#include "support/files.h"
+#include "support/random.h"
+
+namespace quorvane {
+namespace {
+
+constexpr std::int32_t kDnsPort = 53;
+constexpr std::size_t kMaxDatagramBytes = 4096;
+
+/// `error` is negated, as the kernel gives it.
+DnsAnswer query_failed(long error) {
+    DnsAnswer answer;
+    answer.error = static_cast<int>(-error);
+    return answer;
+}
+
+DnsAnswer query_timed_out() {
+    DnsAnswer answer;
+    answer.timed_out = true;
+    return answer;
+}
+
+std::optional<std::uint16_t> random_identifier() {
+    const std::optional<std::string> bytes = secure_random_bytes(2);
+    if (!bytes) return std::nullopt;
+    const auto high = static_cast<std::uint8_t>((*bytes)[0]);
+    const auto low = static_cast<std::uint8_t>((*bytes)[1]);
+    return static_cast<std::uint16_t>(high << 8 | low);
+}
+
+bool same_endpoint(const sockaddr_in& left, const sockaddr_in& right) {
+    return left.sin_family == right.sin_family && left.sin_port == right.sin_port &&
+           left.sin_addr.s_addr == right.sin_addr.s_addr;
+}
+
+DnsAnswer receive_answer(int fd, const sockaddr_in& server, std::uint16_t identifier,
+                         std::int64_t timeout_ms) {
+    const std::int64_t deadline = monotonic_ms() + timeout_ms;
+    for (;;) {
+        const std::int64_t left = deadline - monotonic_ms();
+        if (left < 0) return query_timed_out();
+        const long ready = wait_ready(fd, POLLIN, left);
+        if (ready < 0) return query_failed(ready);
+        if (ready == 0) return query_timed_out();
+
+        char datagram[kMaxDatagramBytes];
+        sockaddr_in sender = {};
+        socklen_t sender_size = sizeof sender;
+        const long count =
+            kernel::recvfrom(fd, datagram, sizeof datagram, MSG_DONTWAIT, &sender, &sender_size);
+        // recvfrom(2): what made the socket readable may turn out to be damaged and be dropped.
+        if (count == -EAGAIN) continue;
+        if (count < 0) return query_failed(count);
+        if (!same_endpoint(sender, server)) continue;
+        return parse_dns_response({datagram, static_cast<std::size_t>(count)}, identifier);
+    }
+}
+
+DnsAnswer ask_name_server(std::string_view host, std::uint16_t type, std::int64_t timeout_ms,
+                          std::string_view name_server) {
+    const std::optional<Ipv4Address> address = parse_ipv4(name_server);
+    if (!address || timeout_ms < 0 || timeout_ms > kMaxReadyWaitMs) return query_failed(-EINVAL);
+    const std::optional<std::uint16_t> identifier = random_identifier();
+    if (!identifier) return query_failed(-EIO);
+    const std::optional<std::string> query = build_dns_query(host, *identifier, type);
+    if (!query) return query_failed(-EINVAL);
+
+    const long opened = kernel::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (opened < 0) return query_failed(opened);
+    const FdHandle fd(opened);
+    const sockaddr_in server = make_socket_address(*address, kDnsPort);
+    const sockaddr_in local = make_socket_address(Ipv4Address(), 0);
+    // ip(7): without this, "nothing listens there" would cost the whole limit.
+    const int on = 1;
+    long status = kernel::setsockopt(fd.get(), IPPROTO_IP, IP_RECVERR, &on, sizeof on);
+    if (status >= 0) status = kernel::bind(fd.get(), &local, sizeof local);
+    if (status >= 0) {
+        status = kernel::sendto(fd.get(), query->data(), query->size(), MSG_NOSIGNAL, &server,
+                                sizeof server);
+    }
+    if (status < 0) return query_failed(status);
+    return receive_answer(fd.get(), server, *identifier, timeout_ms);
+}
+
+}  // namespace
+
+ResolveResult resolve_host(std::string_view host, std::int64_t timeout_ms,
+                           std::string_view name_server) {
+    const std::string server = name_server.empty() ? read_name_server() : std::string(name_server);
+    DnsAnswer ipv6 = ask_name_server(host, kDnsTypeAaaa, timeout_ms, server);
+    DnsAnswer ipv4 = ask_name_server(host, kDnsTypeA, timeout_ms, server);
+
+    ResolveResult result;
+    result.addresses = std::move(ipv6.addresses);
+    std::move(ipv4.addresses.begin(), ipv4.addresses.end(), std::back_inserter(result.addresses));
+    result.ok = ipv6.ok || ipv4.ok;
+    result.timed_out = ipv6.timed_out && ipv4.timed_out;
+    if (!result.ok) result.error = ipv4.error != 0 ? ipv4.error : ipv6.error;
+    return result;
+}
+
+std::string read_name_server() {
+    const ByteBuffer file = read_whole_file("/etc/resolv.conf");
+    return std::string(choose_name_server(file.view()));
+}
+
+}  // namespace quorvane
