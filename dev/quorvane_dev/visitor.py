@@ -1,0 +1,179 @@
+"""A scripted browser: opens pages, fills forms in, follows redirects, keeps cookies.
+
+The demo and the tests use it in the place of a person.  Certificates of https origins are checked
+against the system's authorities, or those of SSL_CERT_FILE.
+"""
+
+from __future__ import annotations
+
+import argparse
+import sys
+import urllib.error
+import urllib.parse
+import urllib.request
+from dataclasses import dataclass, field
+from html.parser import HTMLParser
+from http.cookiejar import CookieJar
+
+TIME_LIMIT_S = 20
+
+
+class VisitError(Exception):
+    """Something a person would have stumbled over; the text says what."""
+
+
+@dataclass
+class Form:
+    """A form of a page: where it goes, and its fields as they stand."""
+
+    action: str = ""
+    fields: dict[str, str] = field(default_factory=dict)
+    choices: dict[str, str] = field(default_factory=dict)
+    """Radio buttons, from the words beside them to their values."""
+
+
+class Page(HTMLParser):
+    """A page as it arrived: address, status, title, words and forms."""
+
+    def __init__(self, url: str, status: int, content_type: str, text: str) -> None:
+        super().__init__()
+        self.url = url
+        self.status = status
+        self.title = ""
+        self.forms: list[Form] = []
+        self._words: list[str] = []
+        self._open: list[str] = []
+        self._radio = ""
+        if content_type.startswith("text/html"):
+            self.feed(text)
+            self.close()
+        else:
+            self._words.append(text)
+
+    def words(self) -> str:
+        """The page's text, blanks put together."""
+        return " ".join("".join(self._words).split())
+
+    def form(self, action: str) -> Form:
+        """The form whose address begins with `action`."""
+        for form in self.forms:
+            if form.action.startswith(action):
+                return form
+        raise VisitError(f"{self.url} has no form for {action}: {self.words()}")
+
+    def handle_starttag(self, tag: str, attrs: list[tuple[str, str | None]]) -> None:
+        values = {name: value or "" for name, value in attrs}
+        self._open.append(tag)
+        if tag == "form":
+            self.forms.append(Form(values.get("action", "")))
+        elif tag == "input" and values.get("type") == "radio":
+            self._radio = values["value"]
+            if "checked" in values:
+                self.forms[-1].fields[values["name"]] = values["value"]
+        elif tag == "textarea" or (tag == "input" and "name" in values):
+            self.forms[-1].fields[values["name"]] = values.get("value", "")
+
+    def handle_endtag(self, tag: str) -> None:
+        while tag in self._open and self._open.pop() != tag:
+            pass
+        if tag == "textarea":
+            fields = self.forms[-1].fields
+            name = next(reversed(fields))
+            fields[name] = fields[name].removeprefix("\n")
+        elif tag == "label":
+            self._radio = ""
+
+    def handle_data(self, data: str) -> None:
+        inside = self._open[-1] if self._open else ""
+        if inside == "textarea":
+            fields = self.forms[-1].fields
+            fields[next(reversed(fields))] += data
+        elif inside == "title":
+            self.title += data
+        else:
+            self._words.append(data)
+            if self._radio:
+                self.forms[-1].choices[data.strip()] = self._radio
+
+
+class Visitor:
+    """A browser with its cookies, and no cache."""
+
+    def __init__(self) -> None:
+        self._opener = urllib.request.build_opener(
+            urllib.request.ProxyHandler({}), urllib.request.HTTPCookieProcessor(CookieJar()))
+
+    def open(self, url: str, fields: dict[str, str] | None = None) -> Page:
+        """The page at `url`, or what it answers to the submitted fields; any status is a page."""
+        data = urllib.parse.urlencode(fields).encode() if fields is not None else None
+        try:
+            with self._opener.open(url, data, TIME_LIMIT_S) as answer:
+                return self._page(answer)
+        except urllib.error.HTTPError as answer:
+            with answer:
+                return self._page(answer)
+        except OSError as error:
+            raise VisitError(f"Cannot open {url}: {error}") from None
+
+    def _page(self, answer: urllib.error.HTTPError) -> Page:
+        return Page(answer.url, answer.status or 0, answer.headers.get("Content-Type", ""),
+                    answer.read().decode("utf-8", "replace"))
+
+    def submit(self, page: Page, action: str, **changes: str) -> Page:
+        """Submits a form of `page` with some fields set or changed."""
+        form = page.form(action)
+        return self.open(urllib.parse.urljoin(page.url, form.action), {**form.fields, **changes})
+
+    def decide(self, url: str, decision: str = "authorize", account: str = "") -> Page:
+        """Opens a sign-in URL and presses a button; returns where that led."""
+        page = self.open(url)
+        form = page.form("/cli/authorize")
+        chosen = form.choices.get(account, "") if account else form.fields.get("account", "")
+        if not chosen:
+            raise VisitError(f"{account} cannot be chosen on {url}")
+        return self.submit(page, "/cli/authorize", decision=decision, account=chosen)
+
+    def sign_in(self, origin: str, account: str) -> Page:
+        """Signs in on the home page."""
+        page = self.open(origin)
+        chosen = page.form("/sign-in").choices.get(account)
+        if not chosen:
+            raise VisitError(f"{account} cannot be chosen on {origin}")
+        return self.submit(page, "/sign-in", account=chosen)
+
+    def replace(self, origin: str, project: str, old: str, new: str) -> Page:
+        """Changes a piece of a project's configuration in its editor."""
+        page = self.open(f"{origin}/projects/{project}")
+        text = page.form("/projects/").fields.get("config", "")
+        if old not in text:
+            raise VisitError(f"{old} is not in the configuration")
+        return self.submit(page, "/projects/", config=text.replace(old, new))
+
+
+def main(arguments: list[str] | None = None) -> int:
+    """Does one errand and prints the words of the page it ended on; status 0 when that is good."""
+    parser = argparse.ArgumentParser(prog="visitor", description="A scripted browser.")
+    errands = parser.add_subparsers(dest="errand", required=True)
+    for errand in ("authorize", "deny"):
+        command = errands.add_parser(errand, help=f"{errand} a command line that signs in")
+        command.add_argument("url")
+        command.add_argument("--account", default="", metavar="EMAIL")
+    command = errands.add_parser("replace", help="change a configuration in its editor")
+    command.add_argument("--account", required=True, metavar="EMAIL")
+    for name in ("origin", "project", "old", "new"):
+        command.add_argument(name)
+    options = parser.parse_args(arguments)
+    visitor = Visitor()
+    try:
+        if options.errand == "replace":
+            visitor.sign_in(options.origin, options.account)
+            page = visitor.replace(options.origin, options.project, options.old, options.new)
+            words = page.title
+        else:
+            page = visitor.decide(options.url, options.errand, options.account)
+            words = page.words()
+    except VisitError as error:
+        print(error, file=sys.stderr)
+        return 1
+    print(words)
+    return 0 if page.status == 200 else 1
