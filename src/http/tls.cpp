@@ -1,0 +1,199 @@
+#include "http/tls.h"
+
+#include <openssl/crypto.h>
+#include <openssl/ssl.h>
+#include <openssl/tls1.h>
+#include <openssl/x509_vfy.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+#include <utility>
+
+#include "dns/connect_host.h"
+
+#ifndef QUORVANE_LINK_OPENSSL
+#include <dlfcn.h>
+#endif
+
+namespace quorvane {
+namespace {
+
+/// All that is taken from OpenSSL.
+#define QUORVANE_OPENSSL_FUNCTIONS(USE)   \
+    USE(OpenSSL_version_num)              \
+    USE(TLS_client_method)                \
+    USE(SSL_CTX_new)                      \
+    USE(SSL_CTX_set_verify)               \
+    USE(SSL_CTX_load_verify_locations)    \
+    USE(SSL_CTX_set_default_verify_paths) \
+    USE(SSL_CTX_free)                     \
+    USE(SSL_new)                          \
+    USE(SSL_ctrl)                         \
+    USE(SSL_set1_host)                    \
+    USE(SSL_set_fd)                       \
+    USE(SSL_connect)                      \
+    USE(SSL_get_verify_result)            \
+    USE(SSL_write)                        \
+    USE(SSL_read)                         \
+    USE(SSL_shutdown)                     \
+    USE(SSL_free)
+
+struct OpenSsl {
+#define QUORVANE_FIELD(name) decltype(&::name) name = nullptr;
+    QUORVANE_OPENSSL_FUNCTIONS(QUORVANE_FIELD)
+#undef QUORVANE_FIELD
+};
+
+// Process-wide: the library is loaded once, and one text is kept of the last failure.
+OpenSsl openssl;
+bool openssl_loaded = false;
+std::string_view last_error;
+
+#ifdef QUORVANE_LINK_OPENSSL
+bool fill_table(OpenSsl& table) {
+#define QUORVANE_TAKE(name) table.name = &::name;
+    QUORVANE_OPENSSL_FUNCTIONS(QUORVANE_TAKE)
+#undef QUORVANE_TAKE
+    return true;
+}
+#else
+template <typename Function>
+bool find_function(void* library, const char* name, Function*& function) {
+    function = reinterpret_cast<Function*>(::dlsym(library, name));
+    return function != nullptr;
+}
+
+bool fill_table(OpenSsl& table) {
+    // dlsym(3) searches what a library depends on too, so libcrypto.so.3 is found through it.  It
+    // stays loaded: the process ends soon, and its exit handlers belong to it.
+    void* const library = ::dlopen("libssl.so.3", RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) return false;
+    bool found = true;
+#define QUORVANE_TAKE(name) found = found && find_function(library, #name, table.name);
+    QUORVANE_OPENSSL_FUNCTIONS(QUORVANE_TAKE)
+#undef QUORVANE_TAKE
+    return found;
+}
+#endif
+
+bool load_openssl() {
+    if (!openssl_loaded) openssl_loaded = fill_table(openssl);
+    return openssl_loaded && openssl.OpenSSL_version_num() >= 1;
+}
+
+bool settings_in_range(const TlsSettings& settings) {
+    return settings.timeout_ms >= 1 && settings.timeout_ms <= kMaxReadyWaitMs &&
+           settings.port >= 1 && settings.port <= 65535 && !settings.host.empty();
+}
+
+ConnectResult connect_tcp(const TlsSettings& settings) {
+    const std::int64_t timeout_ms = std::min(settings.timeout_ms, kMaxSocketWaitMs);
+    ConnectResult tcp = settings.host == "localhost"
+                            ? connect_ipv6("::1", settings.port, timeout_ms)
+                            : connect_host(settings.host, settings.port, timeout_ms);
+    // OpenSSL waits inside the socket calls, so the socket itself has to bound them.
+    tcp.ok = tcp.ok && set_send_timeout(tcp.fd.get(), settings.timeout_ms) &&
+             set_receive_timeout(tcp.fd.get(), settings.timeout_ms);
+    return tcp;
+}
+
+bool load_trust_store(ssl_ctx_st* context, const std::string& file) {
+    if (file.empty()) return openssl.SSL_CTX_set_default_verify_paths(context) == 1;
+    return openssl.SSL_CTX_load_verify_locations(context, file.c_str(), nullptr) == 1;
+}
+
+bool set_server_name(ssl_st* session, std::string& host) {
+    return openssl.SSL_ctrl(session, SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name,
+                            host.data()) == 1;
+}
+
+int as_int(std::size_t size) {
+    constexpr int kMost = std::numeric_limits<int>::max();
+    return size > static_cast<std::size_t>(kMost) ? kMost : static_cast<int>(size);
+}
+
+std::nullopt_t failed(std::string_view message) {
+    last_error = message;
+    return std::nullopt;
+}
+
+}  // namespace
+
+void FreeTlsContext::operator()(ssl_ctx_st* context) const { openssl.SSL_CTX_free(context); }
+
+void FreeTlsSession::operator()(ssl_st* session) const { openssl.SSL_free(session); }
+
+TlsConnection::TlsConnection(FdHandle fd, TlsContext context, TlsSession session)
+    : fd_(std::move(fd)), context_(std::move(context)), session_(std::move(session)) {}
+
+TlsConnection::~TlsConnection() { close(); }
+
+void TlsConnection::close() {
+    if (session_ == nullptr) return;
+    // A peer that reads nothing must not hold up the farewell.
+    static_cast<void>(set_non_blocking(fd_.get()));
+    openssl.SSL_shutdown(session_.get());
+    session_.reset();
+    context_.reset();
+    fd_.close();
+}
+
+std::optional<TlsConnection> tls_connect(TlsSettings settings) {
+    if (!settings_in_range(settings)) return failed("TLS failed at configuration");
+    if (!load_openssl()) return failed("TLS failed at configuration");
+    ConnectResult tcp = connect_tcp(settings);
+    if (!tcp.ok) return failed("TLS failed at tcp_connect");
+
+    TlsContext context(openssl.SSL_CTX_new(openssl.TLS_client_method()));
+    if (context == nullptr) return failed("TLS failed at context_create");
+    openssl.SSL_CTX_set_verify(context.get(), SSL_VERIFY_PEER, nullptr);
+    if (!load_trust_store(context.get(), settings.trust_store_file)) {
+        return failed("TLS failed at trust_store");
+    }
+    TlsSession session(openssl.SSL_new(context.get()));
+    if (session == nullptr) return failed("TLS failed at session_create");
+    if (!set_server_name(session.get(), settings.host)) return failed("TLS failed at server_name");
+    if (openssl.SSL_set1_host(session.get(), settings.host.c_str()) != 1) {
+        return failed("TLS failed at host_verification_setup");
+    }
+    if (openssl.SSL_set_fd(session.get(), tcp.fd.get()) != 1) {
+        return failed("TLS failed at socket_attach");
+    }
+    if (openssl.SSL_connect(session.get()) != 1) return failed("TLS failed at handshake");
+    // The verify mode has already stopped a bad chain; this holds even if that ever changed.
+    if (openssl.SSL_get_verify_result(session.get()) != X509_V_OK) {
+        return failed("TLS failed at certificate_verification");
+    }
+    last_error = {};
+    return TlsConnection(std::move(tcp.fd), std::move(context), std::move(session));
+}
+
+bool tls_write(TlsConnection& connection, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const int written =
+            openssl.SSL_write(connection.session(), bytes.data(), as_int(bytes.size()));
+        if (written <= 0) return false;
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+ReceiveResult tls_read(TlsConnection& connection, ByteBuffer& into, std::int64_t max_bytes) {
+    ReceiveResult result;
+    const auto room = static_cast<std::size_t>(max_bytes);
+    const int count = openssl.SSL_read(connection.session(), into.spare(room), as_int(room));
+    result.end_of_stream = count == 0;
+    if (count < 0) result.error = -EIO;
+    if (count > 0) {
+        into.commit(static_cast<std::size_t>(count));
+        result.count = count;
+    }
+    return result;
+}
+
+void tls_close(TlsConnection& connection) { connection.close(); }
+
+std::string_view last_tls_error() { return last_error; }
+
+}  // namespace quorvane

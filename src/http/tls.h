@@ -1,0 +1,95 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "net/socket.h"
+#include "support/bytes.h"
+#include "support/fd.h"
+
+// OpenSSL's own records, named here so that its headers stay out of this one.
+struct ssl_ctx_st;
+struct ssl_st;
+
+/// A verified TLS client connection, by OpenSSL 3 over a socket of our own.
+///
+/// libssl.so.3 is loaded on the first call of `tls_connect` (or linked, with the build option
+/// QUORVANE_LINK_OPENSSL).  Peer verification cannot be turned off.  Protocol versions and ciphers
+/// are the library's defaults.  The process must ignore SIGPIPE: OpenSSL writes to the socket
+/// without MSG_NOSIGNAL.
+namespace quorvane {
+
+struct TlsSettings {
+    std::string
+        host;  ///< A name or a literal: connected to, sent as SNI, and what must be certified.
+    std::int32_t port = 443;      ///< 1 to 65535.
+    std::int64_t timeout_ms = 0;  ///< 1 to 600000; connecting takes at most kMaxSocketWaitMs of it.
+    std::string trust_store_file;  ///< PEM certificates to trust; empty for OpenSSL's own places.
+};
+
+struct FreeTlsContext {
+    void operator()(ssl_ctx_st* context) const;
+};
+struct FreeTlsSession {
+    void operator()(ssl_st* session) const;
+};
+using TlsContext = std::unique_ptr<ssl_ctx_st, FreeTlsContext>;
+using TlsSession = std::unique_ptr<ssl_st, FreeTlsSession>;
+
+/// An established connection with its socket.  Destroying it closes it like `tls_close`.
+class TlsConnection {
+  public:
+    TlsConnection(FdHandle fd, TlsContext context, TlsSession session);
+    TlsConnection(TlsConnection&&) noexcept = default;
+    TlsConnection& operator=(TlsConnection&&) = delete;
+    TlsConnection(const TlsConnection&) = delete;
+    TlsConnection& operator=(const TlsConnection&) = delete;
+    ~TlsConnection();
+
+    [[nodiscard]] ssl_st* session() const { return session_.get(); }
+
+    /// Tells the peer, without waiting for its answer or for room to send, and gives everything
+    /// back.  Nothing can be read or written afterwards.
+    void close();
+
+  private:
+    // In this order, so that what stands later goes first.
+    FdHandle fd_;
+    TlsContext context_;
+    TlsSession session_;
+};
+
+/// Connects and runs the handshake; the certificate must be valid for `host`, as an address if it
+/// is a literal.  The host "localhost" is the address ::1 and no other.
+///
+/// Every single wait for the peer is bounded by `timeout_ms`, in the handshake and afterwards.
+/// Nothing when any step failed; `last_tls_error` then holds "TLS failed at " and the step:
+///
+/// - "configuration": a setting is out of its range, or OpenSSL cannot be loaded
+/// - "tcp_connect": the name does not resolve, or no address of it answers
+/// - "context_create", "session_create", "server_name", "host_verification_setup",
+///   "socket_attach": OpenSSL refused, which takes a lack of memory or an absurd host
+/// - "trust_store": `trust_store_file` cannot be read or holds no certificate
+/// - "handshake": the peer is silent or no TLS server, shares no protocol version with us, or
+///   shows a certificate that does not verify
+/// - "certificate_verification": asked once more after the handshake
+[[nodiscard]] std::optional<TlsConnection> tls_connect(TlsSettings settings);
+
+/// Writes every byte.  False when the peer is gone or takes nothing for the time limit.
+[[nodiscard]] bool tls_write(TlsConnection& connection, std::string_view bytes);
+
+/// Appends up to `max_bytes` (1 or more) to `into`.  End of stream is the peer's close, with or
+/// without a notification; every other way to get nothing, a time limit included, is the error
+/// -EIO, for OpenSSL does not tell which it was.
+[[nodiscard]] ReceiveResult tls_read(TlsConnection& connection, ByteBuffer& into,
+                                     std::int64_t max_bytes);
+
+void tls_close(TlsConnection& connection);
+
+/// The process's last TLS failure, empty after a `tls_connect` that succeeded.
+[[nodiscard]] std::string_view last_tls_error();
+
+}  // namespace quorvane
