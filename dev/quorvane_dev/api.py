@@ -120,7 +120,7 @@ def _configure(call: Call) -> str:
         text = acceptable_configuration(project, text, value)
         revision = call.store.save(project.id, base, text, "command line")
     except Invalid as error:
-        raise HttpError(422, f"The configuration is refused: {error}") from None
+        raise HttpError(422, f"Configuration refused: {error}") from None
     except StaleRevision as stale:
         raise HttpError(409, f"Revision {base} is out of date: the project is at revision"
                              f" {stale.current}. Pull again before you push.") from None
@@ -134,7 +134,7 @@ def acceptable_configuration(project: Project, text: str, value: Any) -> str:
     would change one of them, and `HttpError` for what is too large.
     """
     if not isinstance(value, dict):
-        raise Invalid("it must be a JSON object")
+        raise Invalid("a configuration must be a JSON object")
     jsontext.check_limits(value)
     own = dict(zip(OWN_MEMBERS, (project.id, project.public_key, project.name)))
     for key in own:

@@ -64,6 +64,7 @@ class Page(HTMLParser):
     def handle_starttag(self, tag: str, attrs: list[tuple[str, str | None]]) -> None:
         values = {name: value or "" for name, value in attrs}
         self._open.append(tag)
+        self._words.append(" ")
         if tag == "form":
             self.forms.append(Form(values.get("action", "")))
         elif tag == "input" and values.get("type") == "radio":
@@ -134,8 +135,10 @@ class Visitor:
         return self.submit(page, "/cli/authorize", decision=decision, account=chosen)
 
     def sign_in(self, origin: str, account: str) -> Page:
-        """Signs in on the home page."""
+        """Signs in on the home page, whoever was signed in before."""
         page = self.open(origin)
+        if any(form.action == "/sign-out" for form in page.forms):
+            page = self.submit(page, "/sign-out")
         chosen = page.form("/sign-in").choices.get(account)
         if not chosen:
             raise VisitError(f"{account} cannot be chosen on {origin}")
