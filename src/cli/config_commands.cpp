@@ -3,7 +3,6 @@
 #include <optional>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "cli/config_files.h"
 #include "json/value.h"
@@ -23,17 +22,12 @@ int fail(std::string_view message) {
 }
 
 JsonValue pull_request(std::string_view project) {
-    std::vector<JsonValue> values;
-    values.push_back(json_string(project));
-    return json_object({"projectId"}, std::move(values));
+    return json_object({"projectId"}, json_values(json_string(project)));
 }
 
 JsonValue push_request(std::string_view project, JsonValue revision, JsonValue config) {
-    std::vector<JsonValue> values;
-    values.push_back(json_string(project));
-    values.push_back(std::move(revision));
-    values.push_back(std::move(config));
-    return json_object({"projectId", "revision", "config"}, std::move(values));
+    return json_object({"projectId", "revision", "config"},
+                       json_values(json_string(project), std::move(revision), std::move(config)));
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 #include "cli/config_files.h"
 
 #include <utility>
-#include <vector>
 
 #include "json/writer.h"
 #include "session/json_file.h"
@@ -32,11 +31,9 @@ SyncMetadata read_sync_metadata(std::string_view path) {
 
 bool write_sync_metadata(std::string_view path, std::string_view project_id,
                          std::string_view base_url, JsonView revision) {
-    std::vector<JsonValue> values;
-    values.push_back(json_string(project_id));
-    values.push_back(json_string(base_url));
-    values.push_back(json_copy(revision));
-    const JsonValue metadata = json_object({"projectId", "baseUrl", "revision"}, std::move(values));
+    const JsonValue metadata = json_object(
+        {"projectId", "baseUrl", "revision"},
+        json_values(json_string(project_id), json_string(base_url), json_copy(revision)));
     return write_file_atomic(path, write_json(metadata).view());
 }
 

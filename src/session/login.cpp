@@ -6,7 +6,6 @@
 #include <optional>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "http/message.h"
 #include "json/value.h"
@@ -26,6 +25,7 @@ namespace {
 constexpr std::int64_t kLoginLimitMs = 300'000;
 constexpr std::int64_t kConnectionLimitMs = 5'000;
 constexpr std::int64_t kWaitMs = 1'000;
+constexpr std::int64_t kRetryPauseMs = 50;
 constexpr std::size_t kMaxHeadBytes = 8'192;
 
 struct LoginListener {
@@ -40,7 +40,7 @@ struct Callback {
 };
 
 std::optional<LoginListener> open_login_listener() {
-    ListenerResult opened = open_listener("127.0.0.1", 0);
+    ListenResult opened = open_listener("127.0.0.1", 0);
     if (!opened.ok || !set_non_blocking(opened.fd.get())) return std::nullopt;
     const std::optional<std::int32_t> port = listener_port(opened.fd.get());
     if (!port) return std::nullopt;
@@ -54,22 +54,18 @@ int fail(std::string_view message) {
 
 std::optional<JsonValue> start_login(const ServiceOrigin& origin, std::string_view verifier,
                                      std::string_view state, std::int32_t port) {
-    std::vector<JsonValue> values;
-    values.push_back(json_string(pkce_challenge(verifier)));
-    values.push_back(json_string(state));
-    values.push_back(json_integer(port));
-    const JsonValue body = json_object({"challenge", "state", "port"}, std::move(values));
+    const JsonValue body = json_object(
+        {"challenge", "state", "port"},
+        json_values(json_string(pkce_challenge(verifier)), json_string(state), json_integer(port)));
     return call_service(origin, "/api/cli/start", body);
 }
 
 std::optional<JsonValue> exchange_code(const ServiceOrigin& origin,
                                        std::string_view request_identifier, std::string_view code,
                                        std::string_view verifier) {
-    std::vector<JsonValue> values;
-    values.push_back(json_string(request_identifier));
-    values.push_back(json_string(code));
-    values.push_back(json_string(verifier));
-    const JsonValue body = json_object({"request", "code", "verifier"}, std::move(values));
+    const JsonValue body = json_object(
+        {"request", "code", "verifier"},
+        json_values(json_string(request_identifier), json_string(code), json_string(verifier)));
     return call_service(origin, "/api/cli/exchange", body);
 }
 
@@ -117,7 +113,12 @@ std::optional<Callback> wait_for_callback(int listener, std::string_view state,
     while (monotonic_ms() < deadline) {
         if (wait_ready(listener, POLLIN, kWaitMs) <= 0) continue;
         FdHandle connection = accept_connection(listener);
-        if (!connection.valid()) continue;
+        if (!connection.valid()) {
+            // Out of descriptors, say: the connection stays ready, and asking again at once would
+            // only burn time.
+            pause_ms(kRetryPauseMs);
+            continue;
+        }
         const ByteBuffer head = read_request_head(connection.get());
         std::optional<std::string> code = judge_callback(head.view(), state, request_identifier);
         if (code) return Callback{std::move(connection), std::move(*code)};

@@ -60,6 +60,9 @@ class ByteBuffer {
         return block_ + end_;
     }
 
+    /// How much room there is behind the last byte, without growing.
+    [[nodiscard]] std::size_t spare_size() const { return capacity_ - end_; }
+
     /// Takes in the first `size` bytes of the room that the last `spare` gave.
     void commit(std::size_t size) { end_ += size; }
 

@@ -13,4 +13,8 @@ std::int64_t monotonic_ms() {
     return (now.tv_sec * 1'000'000'000 + now.tv_nsec) / 1'000'000;
 }
 
+void pause_ms(std::int64_t duration_ms) {
+    static_cast<void>(kernel::poll(nullptr, 0, duration_ms));
+}
+
 }  // namespace quorvane
