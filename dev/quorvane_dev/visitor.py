@@ -33,13 +33,15 @@ class Form:
 
 
 class Page(HTMLParser):
-    """A page as it arrived: address, status, title, words and forms."""
+    """A page as it arrived: address, status, title, notice (its message), words and forms."""
 
     def __init__(self, url: str, status: int, content_type: str, text: str) -> None:
         super().__init__()
         self.url = url
         self.status = status
         self.title = ""
+        self.notice = ""
+        self._notice_start = 0
         self.forms: list[Form] = []
         self._words: list[str] = []
         self._open: list[str] = []
@@ -65,6 +67,8 @@ class Page(HTMLParser):
         values = {name: value or "" for name, value in attrs}
         self._open.append(tag)
         self._words.append(" ")
+        if values.get("role") in ("status", "alert"):
+            self._notice_start = len(self._words)
         if tag == "form":
             self.forms.append(Form(values.get("action", "")))
         elif tag == "input" and values.get("type") == "radio":
@@ -83,6 +87,9 @@ class Page(HTMLParser):
             fields[name] = fields[name].removeprefix("\n")
         elif tag == "label":
             self._radio = ""
+        elif tag == "div" and self._notice_start:
+            self.notice = " ".join("".join(self._words[self._notice_start:]).split())
+            self._notice_start = 0
 
     def handle_data(self, data: str) -> None:
         inside = self._open[-1] if self._open else ""
@@ -171,7 +178,7 @@ def main(arguments: list[str] | None = None) -> int:
         if options.errand == "replace":
             visitor.sign_in(options.origin, options.account)
             page = visitor.replace(options.origin, options.project, options.old, options.new)
-            words = page.title
+            words = page.notice or page.words()
         else:
             page = visitor.decide(options.url, options.errand, options.account)
             words = page.words()
