@@ -1,0 +1,120 @@
+#include "json/key_set.h"
+
+#include <cstring>
+#include <string>
+
+#include "support/random.h"
+
+namespace quorvane {
+namespace {
+
+// No secret is needed where at most kScannedKeys keys can share a tag.
+constexpr std::uint64_t kTagSeed[2] = {0x9E3779B97F4A7C15U, 0xC2B2AE3D27D4EB4FU};
+
+std::uint64_t load_word(const char* at) {
+    std::uint64_t word;
+    std::memcpy(&word, at, sizeof word);
+    return word;
+}
+
+// Both halves of the 128-bit product: every bit of the result depends on all of both factors.
+std::uint64_t mix(std::uint64_t left, std::uint64_t right) {
+    __extension__ using Wide = unsigned __int128;
+    const Wide product = static_cast<Wide>(left) * right;
+    return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
+}
+
+std::uint64_t hash_key(std::string_view key, const std::uint64_t (&seed)[2]) {
+    const char* at = key.data();
+    std::size_t left = key.size();
+    std::uint64_t hash = seed[0] ^ left;
+    for (; left > 16; left -= 16, at += 16) {
+        hash = mix(load_word(at) ^ seed[1], load_word(at + 8) ^ hash);
+    }
+    // What is left as its first and its last eight bytes.  Of fewer, the bytes that do not belong
+    // to the key are shifted out.
+    std::uint64_t first = load_word(at);
+    std::uint64_t last = load_word(left > 8 ? at + left - 8 : at);
+    if (left < 8) {
+        first = left == 0 ? 0 : first << (64 - 8 * left);
+        last = first;
+    }
+    return mix(first ^ seed[1], last ^ hash);
+}
+
+void draw(KeySeed& seed) {
+    const std::optional<std::string> bytes = secure_random_bytes(sizeof seed.words);
+    // A kernel that refuses leaves the addresses of this run, which are random too.
+    if (bytes) {
+        std::memcpy(seed.words, bytes->data(), sizeof seed.words);
+    } else {
+        seed.words[0] = reinterpret_cast<std::uintptr_t>(&seed) * kTagSeed[0];
+        seed.words[1] = reinterpret_cast<std::uintptr_t>(&draw) * kTagSeed[1];
+    }
+    seed.drawn = true;
+}
+
+bool same_text(const JsonNode* left, const JsonNode* right) {
+    return left->size == right->size && std::memcmp(left->text, right->text, left->size) == 0;
+}
+
+}  // namespace
+
+bool KeySet::add_tag(const JsonNode* key) {
+    const char tag = static_cast<char>(hash_key(node_text(*key), kTagSeed) >> 56);
+    const std::size_t match = scan::unlike_run(tags_.data(), tag);
+    if (match < count_) {
+        const JsonNode* other = object_ + 1;
+        for (; other != key; other = step_over(other + 1)) {
+            if (same_text(other, key)) return false;
+        }
+    }
+    tags_[count_++] = tag;
+    return true;
+}
+
+bool KeySet::add_slot(const JsonNode* key, KeySeed& seed) {
+    if (!seed.drawn) draw(seed);
+    if (slots_.empty()) {
+        // The keys that had tags only, all of them different.
+        grow_table();
+        const JsonNode* other = object_ + 1;
+        for (; other != key; other = step_over(other + 1)) {
+            const auto hash = static_cast<std::uint32_t>(hash_key(node_text(*other), seed.words));
+            slots_[find_slot(hash, other)] = {hash, static_cast<std::uint32_t>(other - object_)};
+        }
+    }
+    if (2 * (count_ + 1) > slots_.size()) grow_table();
+    const auto hash = static_cast<std::uint32_t>(hash_key(node_text(*key), seed.words));
+    Slot& slot = slots_[find_slot(hash, key)];
+    if (slot.key != 0) return false;
+    slot = {hash, static_cast<std::uint32_t>(key - object_)};
+    ++count_;
+    return true;
+}
+
+// The slot that holds an equal key, or the empty one where `key` belongs.
+std::size_t KeySet::find_slot(std::uint32_t hash, const JsonNode* key) const {
+    const std::size_t mask = slots_.size() - 1;
+    std::size_t at = hash & mask;
+    while (slots_[at].key != 0) {
+        if (slots_[at].hash == hash && same_text(object_ + slots_[at].key, key)) break;
+        at = (at + 1) & mask;
+    }
+    return at;
+}
+
+void KeySet::grow_table() {
+    constexpr std::size_t kFirst = 64;
+    std::vector<Slot> old(slots_.empty() ? kFirst : 4 * slots_.size());
+    old.swap(slots_);
+    const std::size_t mask = slots_.size() - 1;
+    for (const Slot& slot : old) {
+        if (slot.key == 0) continue;
+        std::size_t at = slot.hash & mask;
+        while (slots_[at].key != 0) at = (at + 1) & mask;
+        slots_[at] = slot;
+    }
+}
+
+}  // namespace quorvane

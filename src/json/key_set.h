@@ -1,0 +1,54 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "json/storage.h"
+
+/// Finds a key that stands twice in an object, while the object is being parsed (private to
+/// json/).
+///
+/// Up to kScannedKeys keys are told apart by a tag of one byte each, all looked at in one step.
+/// Beyond that an open table takes over, hashed with a seed that nobody outside can know, so that
+/// keys chosen to collide cost no more than others.
+namespace quorvane {
+
+/// The seed of one parse, drawn from the kernel when the first table is built.
+struct KeySeed {
+    std::uint64_t words[2] = {};
+    bool drawn = false;
+};
+
+class KeySet {
+  public:
+    /// Of the object whose node is `object`; its members follow as they are parsed.
+    explicit KeySet(const JsonNode* object) : object_(object) {}
+
+    /// Takes in the object's next key, a node behind the members before it.  False when the
+    /// object has an equal key.
+    [[nodiscard]] bool add(const JsonNode* key, KeySeed& seed) {
+        return count_ < kScannedKeys ? add_tag(key) : add_slot(key, seed);
+    }
+
+  private:
+    static constexpr std::size_t kScannedKeys = kScanWidth;
+
+    struct Slot {
+        std::uint32_t hash = 0;
+        std::uint32_t key = 0;  // Nodes behind the object's own; 0 is an empty slot.
+    };
+
+    bool add_tag(const JsonNode* key);
+    bool add_slot(const JsonNode* key, KeySeed& seed);
+    void grow_table();
+    [[nodiscard]] std::size_t find_slot(std::uint32_t hash, const JsonNode* key) const;
+
+    const JsonNode* object_;
+    std::size_t count_ = 0;
+    std::array<char, kScannedKeys> tags_{};
+    std::vector<Slot> slots_;  // Empty, or a power of two more than twice as many as keys.
+};
+
+}  // namespace quorvane
