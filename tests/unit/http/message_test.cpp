@@ -1,0 +1,59 @@
+#include "http/message.h"
+
+#include <gtest/gtest.h>
+
+namespace quorvane {
+namespace {
+
+TEST(SerializeRequest, AddsOnlyWhatIsMissing) {
+    HttpRequest query = make_request("PUT", "/p", ByteBuffer::copy_of("\xC3\xA9"), {{"A", ""}});
+    query.query = "a=b";
+    const struct {
+        const char* name;
+        HttpRequest request;
+        const char* bytes;
+    } cases[] = {
+        {"nothing given", make_request("GET", "/api/me"),
+         "GET /api/me HTTP/1.1\r\nHost: h:1\r\nContent-Length: 0\r\nConnection: close\r\n\r\n"},
+        {"query, body in bytes, empty value", std::move(query),
+         "PUT /p?a=b HTTP/1.1\r\nA: \r\nHost: h:1\r\nContent-Length: 2\r\nConnection: close\r\n\r\n"
+         "\xC3\xA9"},
+        {"caller's own headers in any case",
+         make_post("/", ByteBuffer::copy_of("x"),
+                   {{"content-LENGTH", "9"}, {"host", "me"}, {"Connection", "keep-alive"}}),
+         "POST / HTTP/1.1\r\ncontent-LENGTH: 9\r\nhost: me\r\nConnection: keep-alive\r\n\r\nx"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(serialize_request(c.request, "h:1").view(), c.bytes) << c.name;
+    }
+}
+
+TEST(SerializeResponse, AddsOnlyWhatIsMissing) {
+    EXPECT_EQ(serialize_response(make_text_response("ok")).view(),
+              "HTTP/1.1 200 OK\r\nContent-Type: text/plain; charset=utf-8\r\n"
+              "Content-Length: 2\r\nConnection: close\r\n\r\nok");
+    const HttpResponse switching = {.status = 101, .headers = {}, .body = {}};
+    EXPECT_EQ(serialize_response(switching).view(), "HTTP/1.1 101 Switching Protocols\r\n\r\n");
+    const HttpResponse own = {
+        .status = 418, .headers = {{"CONNECTION", "x"}, {"content-length", "7"}}, .body = {}};
+    EXPECT_EQ(serialize_response_head(own),
+              "HTTP/1.1 418 Unknown Status\r\nCONNECTION: x\r\ncontent-length: 7\r\n");
+}
+
+TEST(ReasonPhrase, KnowsTheTableAndNothingElse) {
+    std::string known;
+    for (std::int64_t status = -1; status < 1000; ++status) {
+        if (reason_phrase(status) == "Unknown Status") continue;
+        known.append(std::to_string(status)).append(" ").append(reason_phrase(status)).append(";");
+    }
+    EXPECT_EQ(known,
+              "101 Switching Protocols;200 OK;201 Created;204 No Content;302 Found;303 See Other;"
+              "400 Bad Request;401 Unauthorized;403 Forbidden;404 Not Found;"
+              "405 Method Not Allowed;409 Conflict;413 Payload Too Large;"
+              "415 Unsupported Media Type;422 Unprocessable Content;426 Upgrade Required;"
+              "429 Too Many Requests;500 Internal Server Error;501 Not Implemented;"
+              "502 Bad Gateway;503 Service Unavailable;504 Gateway Timeout;");
+}
+
+}  // namespace
+}  // namespace quorvane
