@@ -52,7 +52,7 @@ TEST(Base64Url, MatchesRfc4648) {
 // The example of RFC 7636 appendix B.
 TEST(PkceChallenge, MatchesRfc7636) {
     EXPECT_EQ(pkce_challenge("dBjftJeZ4CVP-mB92K27uhbUJU1p1r_wW1gFWFOEjXk"),
-              "E9Melhoa2OwvFrEMTJeCHaGK1cM6t7Ejp1NEG2nP_cM");
+              "E9Melhoa2OwvFrEMTJguCHaoeK1t8URWbuGJSstw-cM");
 }
 
 TEST(RandomToken, IsFreshHex) {
