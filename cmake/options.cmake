@@ -50,6 +50,7 @@ if(NOT QUORVANE_SANITIZE)
         -fsanitize=signed-integer-overflow,bounds -fsanitize-undefined-trap-on-error
         $<$<CONFIG:Release>:-U_FORTIFY_SOURCE>
         $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=3>)
-    target_link_options(quorvane_product INTERFACE -pie
+    target_link_options(quorvane_product INTERFACE
+        $<IF:$<BOOL:${QUORVANE_STATIC}>,-static-pie,-pie>
         -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack -Wl,-z,separate-code -Wl,--as-needed)
 endif()

@@ -9,6 +9,7 @@
 #include "http/tls_transport.h"
 #include "json/parser.h"
 #include "json/writer.h"
+#include "session/trust_store.h"
 #include "support/output.h"
 #include "support/text.h"
 
@@ -36,7 +37,7 @@ ExchangeResult exchange_with(const ServiceOrigin& origin, const HttpRequest& req
         target.host_header.append(":").append(to_decimal(origin.port));
     }
     if (origin.tls) {
-        TlsTransport transport(origin.port);
+        TlsTransport transport(origin.port, find_trust_store());
         return exchange(target, request, transport);
     }
     // A plain origin is the local machine under either of its two names; no name is looked up.
