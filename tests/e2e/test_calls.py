@@ -1,0 +1,230 @@
+"""One call to the service: the bytes sent, how every answer is judged, the account commands."""
+
+from __future__ import annotations
+
+import json
+import socket
+import time
+import unittest
+from typing import Any
+
+from harness import (TOKEN, EndToEnd, Result, Scene, Script, answer, bad, failing, good,
+                     read_request, reply, reset, tracing, until_gone, until_over)
+
+LIMIT = 8388608
+EMAIL = {"account": {"canonical_email": "ada@example.org"}}
+BODY = json.dumps(EMAIL).encode()
+SIZE = len(BODY)
+ADA = good("ada@example.org\n")
+STATUS = b"HTTP/1.1 200 OK\r\n"
+ACCOUNT, PROJECTS, LOGOUT = (("/api/v1/" + name,) for name in ("account", "projects", "logout"))
+META = '{"projectId":"p","baseUrl":"%s","revision":1}'
+
+
+def status(code: int) -> Result:
+    return bad(f"Request failed: HTTP {code}")
+
+
+def cannot_reach(origin: str) -> Result:
+    return bad(f"Cannot reach {origin} (HTTP 0, complete=false; HTTP transport)")
+
+
+def chunks(*pieces: bytes, head: bytes = b"Transfer-Encoding: chunked\r\n") -> bytes:
+    return STATUS + head + b"\r\n" + b"".join(b"%x\r\n%s\r\n" % (len(p), p) for p in pieces)
+
+
+def filled(size: int) -> bytes:
+    """A good answer of `size` bytes, head included."""
+    return STATUS + b"\r\n" + BODY[:-1].ljust(size - len(STATUS) - 3) + b"}"
+
+
+class Answers(EndToEnd):
+    """An answer below status 400 that is an object is good; all else is one line and status 1."""
+
+    def judge(self, *table: tuple[Any, ...]) -> None:
+        self.rows([(name, expected, "whoami", [reply(*steps)], [ACCOUNT])
+                   for name, expected, *steps in table])
+
+    def test_judgement(self) -> None:
+        refusal = {"error": "No.\nReally \u00fc\u001b[1m"}
+        self.judge(
+            ("empty object", good("\n"), answer({})), ("array", status(200), answer([])),
+            ("empty", status(200), answer(b"")), ("not JSON", status(200), answer(b"<html>")),
+            ("null", status(200), answer(None)), ("no content", status(204), answer(b"", 204)),
+            ("key twice", status(200), answer(b'{"a":1,"a":1}')),
+            ("not UTF-8", status(200), answer(b'{"a":"\xff"}')),
+            ("redirect", ADA, b"HTTP/1.1 302 Found\r\nLocation: /\r\n\r\n" + BODY),
+            ("below 400", ADA, answer(EMAIL, 399)), ("400", status(400), answer(EMAIL, 400)),
+            ("error below 400", ADA, answer({"error": "no", **EMAIL})),
+            ("error", bad(refusal["error"]), answer(refusal, 401)),
+            ("error a number", bad(""), answer({"error": 1}, 401)),
+            ("error null", bad(""), answer({"error": None}, 500)),
+            ("error in an array", status(409), answer(["error"], 409)),
+            ("page", status(404), answer(b"<html>", 404)), ("999", status(999), answer(b"", 999)),
+            ("interim", status(100), b"HTTP/1.1 100 Continue\r\n\r\n", answer(EMAIL)))
+
+    def test_status_line(self) -> None:
+        rest = b"\r\n\r\n" + BODY
+        self.judge(
+            ("nothing", status(0)), ("body only", status(0), BODY),
+            ("no status line", status(0), b"garbage" + rest),
+            ("no blank behind it", status(0), b"HTTP/1.1 200" + rest),
+            ("no phrase", ADA, b"HTTP/1.1 200 " + rest),
+            ("any protocol", ADA, b"ICY 200 OK" + rest),
+            ("blank before it", status(0), b" 200 OK" + rest),
+            ("two blanks", status(0), b"HTTP/1.1  200 OK" + rest),
+            ("below 100", status(0), b"HTTP/1.1 099 No" + rest),
+            ("above 999", status(0), b"HTTP/1.1 1000 No" + rest),
+            ("sign", status(0), b"HTTP/1.1 +200 OK" + rest),
+            ("cut head", status(200), b"HTTP/1.1 200 OK\r\nContent-Le"),
+            ("endless head", status(200), STATUS + BODY),
+            ("bare line feeds", status(200), b"HTTP/1.1 200 OK\n\n" + BODY))
+
+    def test_framing(self) -> None:
+        length = STATUS + b"Content-Length: %s\r\n\r\n" + BODY
+        whole = b"%x\r\n%s" % (SIZE, BODY)
+        self.judge(
+            ("until the close", ADA, STATUS + b"\r\n", BODY[:9], BODY[9:]),
+            ("length", ADA, answer(EMAIL), b"more"), ("short", status(200), length % b"9"),
+            ("long", ADA, length % b"999"), ("cut", status(200), answer(EMAIL)[:-1]),
+            ("refusal cut", status(403), answer({"error": "no"}, 403)[:-1]),
+            ("first length counts", ADA, length % (b"%d\r\ncontent-length: 1" % SIZE)),
+            ("length no number", ADA, length % b"+1"),
+            ("length over the limit", ADA, length % b"8388609"),
+            ("no colon", ADA, STATUS + b"what\r\ncontent-LENGTH:  %d\r\n\r\n%s-" % (SIZE, BODY)),
+            ("chunks", ADA, chunks(BODY[:9], BODY[9:], b"")),
+            ("chunks in pieces", ADA, chunks(), *(b"1\r\n%c\r\n" % byte for byte in BODY), b"0\r",
+             b"\n\r\n"),
+            ("extension, trailer", ADA, chunks(), b"%X;a=b\r\n%s\r\n0\r\nT: 1\r\n\r\n" %
+             (SIZE, BODY)),
+            ("chunks win over a length", ADA, chunks(
+                BODY, b"", head=b"Content-Length: 3\r\nTRANSFER-ENCODING: gzip, Chunked;q=1\r\n")),
+            ("chunks cut", status(200), chunks(BODY[:9])), ("no last chunk", ADA, chunks(BODY)),
+            ("chunk cut", status(200), chunks(), b"%x\r\n%s" % (SIZE + 1, BODY)),
+            ("no end of a chunk", status(200), chunks(), whole + b"--0\r\n\r\n"),
+            ("size no number", ADA, chunks(BODY), b"x\r\n"), ("8 MiB", ADA, filled(LIMIT)),
+            ("over 8 MiB", status(200), filled(LIMIT + 1)),
+            ("endless", status(200), filled(LIMIT * 2), until_gone))
+
+
+class Connections(EndToEnd):
+    """What fails on the way ends in one line, within 10 s of silence, and changes no file."""
+
+    def test_broken(self) -> None:
+        large, small_buffer = b"x" * 7_000_000, {"receive_buffer": 4096}
+        self.rows((
+            ("reset", None, reply(reset)),
+            ("reset in the body", None, reply(answer(EMAIL)[:-1], reset)),
+            ("whole, then reset", bad("no"), reply(answer({"error": "no"}, 409), reset)),
+            ("closed at once", None, (), large, small_buffer),
+            ("reset in the request", None, (reset,), large, small_buffer),
+            ("answered early, closed", None, (answer({"error": "no"}, 413),), large, small_buffer),
+            ("answered early, read", bad("no"), (answer({"error": "no"}, 413), read_request),
+             large),
+        ), self.push)
+
+    def test_silent(self) -> None:
+        rows = (
+            ("no answer", None, reply(until_gone)),
+            ("half a head", None, reply(STATUS, until_gone)),
+            ("half a body", None, reply(answer(EMAIL)[:-1], until_gone)),
+            ("a body without an end", None, reply(STATUS + b"\r\n" + BODY, until_gone)),
+            ("no last chunk", None, reply(chunks(BODY), until_gone)),
+            ("whole", bad("no"), reply(answer({"error": "no"}, 409), until_gone)),
+            ("never reads", None, (until_over,), b"x" * 7_000_000, {"receive_buffer": 4096}))
+        with socket.socket() as full, socket.socket() as first:
+            full.bind(("127.0.0.1", 0))
+            full.listen(0)
+            first.connect(full.getsockname())  # Fills the line: further ones get no answer.
+            self.rows([*rows, ("no connection", None, (), b"", {"port": full.getsockname()[1]})],
+                      lambda *row, **options: self.push(*row, least=9.5, **options), workers=8)
+
+    def test_refused(self) -> None:
+        with socket.socket() as deaf:
+            deaf.bind(("127.0.0.1", 0))  # Bound but not listening.
+            self.push(None, (), port=deaf.getsockname()[1])
+
+    def push(self, expected: Result | None, script: Script, text: bytes = b"", least: float = 0,
+             port: int = 0, receive_buffer: int = 0) -> None:
+        with Scene(script, receive_buffer=receive_buffer) as scene:
+            origin = f"http://127.0.0.1:{port or scene.port}"
+            scene.credential().rename(scene.credential(origin))
+            (scene.work / "c").write_bytes(b'{"a":"%s"}' % text)
+            (scene.work / "c.sync.json").write_text(META % origin)
+            before, started = scene.files(), time.monotonic()
+            self.assertEqual(scene.run("config", "push", "-p=p", "--file=c", "--base-url", origin),
+                             expected or cannot_reach(origin))
+            self.assertTrue(least <= time.monotonic() - started < least + 5)
+            self.assertEqual(scene.files(), before)
+        self.assertEqual(len(scene.requests), int(not port))
+
+
+class Account(EndToEnd):
+    """whoami, projects and logout: lenient about what the service answers."""
+
+    def test_output(self) -> None:
+        self.rows([(str(body), good(out), "whoami", [reply(answer(body))], [ACCOUNT])
+                   for body, out in (
+            ({"account": [EMAIL]}, "\n"), ({"account": {"canonical_email": 5}}, "\n"),
+            ({"account": {"email": "x"}, "canonical_email": "x"}, "\n"),
+            ({"account": {"canonical_email": "\u00fc\ta\nb"}}, "\u00fc\ta\nb\n"))])
+        self.rows([(str(body), good(out), "projects", [reply(answer(body))], [PROJECTS])
+                   for body, out in (
+            ({}, ""), ({"projects": []}, ""), ({"projects": "p"}, ""),
+            ({"projects": [{"id": "b", "name": "\u00fc"}, {"name": "n"}, 7, {"id": 5, "name": 0},
+                           {"id": "a"}]}, "b  \u00fc\n  n\n  \n  \na  \n"),
+            ({"projects": {"z": {"name": "one", "id": "1"}, "a": "x"}}, "1  one\n  \n"))])
+
+    def test_host_and_port(self) -> None:
+        script = reply(answer(EMAIL))
+        with Scene(script, script) as scene:
+            for origin in (f"http://localhost:{scene.port}", f"http://127.0.0.1:00{scene.port}"):
+                scene.credential(origin).write_text(scene.credential().read_text())
+                self.assertEqual(scene.run("--base-url", origin, "whoami"), ADA)
+        self.assertEqual(scene.requests, [scene.request(*ACCOUNT, host="localhost"),
+                                          scene.request(*ACCOUNT)])
+
+    def test_logout(self) -> None:
+        by_hand = bad("Logged out; remove the local credential file manually")
+        out = good("Signed out\n")
+
+        def row(name: str, expected: Result, meanwhile: Any = lambda file: None,
+                **options: Any) -> tuple[Any, ...]:
+            return (name, expected, lambda connection: meanwhile(connection.scene.credential()),
+                    options)
+        self.rows((
+            row("good", out), row("refused", status(500), code=500, stays=True),
+            row("file gone", by_hand, lambda file: file.unlink()),
+            row("empty folder", out, lambda file: (file.unlink(), file.mkdir())),
+            row("folder in use", by_hand,
+                lambda file: (file.unlink(), (file / "x").mkdir(parents=True)), stays=True),
+            row("read-only", by_hand, stays=True,
+                wrapper=failing("unlink,unlinkat,rmdir", "EROFS")),
+        ), self.logout)
+
+    def logout(self, expected: Result, meanwhile: Any, code: int = 200, stays: bool = False,
+               wrapper: Any = ()) -> None:
+        with Scene(reply(meanwhile, answer({}, code))) as scene:
+            scene.credential("https://other").write_text("{}")
+            self.assertEqual(scene.run("logout", wrapper=wrapper), expected)
+            self.assertEqual(scene.credential().exists(), stays)
+            self.assertTrue(scene.credential("https://other").exists())
+        self.assertEqual(scene.requests, [scene.request(*LOGOUT)])
+
+    def test_secrets(self) -> None:
+        """The token comes from the credential file and leaves in one header, seen call by call."""
+        for words in ("whoami", "projects", "config pull -p=p", "config push -p=p", "logout"):
+            with self.subTest(words), Scene(reply(answer({}))) as scene:
+                log = scene.home / "log"
+                (scene.work / "quorvane.config.json").write_text("{}")
+                (scene.work / "quorvane.config.json.sync.json").write_text(META % scene.origin)
+                wrapper = tracing("-f", "-y", "-s", "99999", "-o", str(log))
+                self.assertEqual(scene.run(*words.split(), wrapper=wrapper).status, 0)
+                lines = [line for line in log.read_text().splitlines() if TOKEN in line]
+                self.assertEqual(len(lines), 2)
+                self.assertRegex(lines[0], rf"^\d+ +read\(\d+<{scene.credential().resolve()}>")
+                self.assertRegex(lines[1], r"^\d+ +(sendto|write)\(\d+<(socket|TCP):")
+
+
+if __name__ == "__main__":
+    unittest.main()
