@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <limits>
 #include <utility>
 
 #include "dns/connect_host.h"
@@ -108,11 +107,6 @@ bool set_server_name(ssl_st* session, std::string& host) {
                             host.data()) == 1;
 }
 
-int as_int(std::size_t size) {
-    constexpr int kMost = std::numeric_limits<int>::max();
-    return size > static_cast<std::size_t>(kMost) ? kMost : static_cast<int>(size);
-}
-
 std::nullopt_t failed(std::string_view message) {
     last_error = message;
     return std::nullopt;
@@ -124,10 +118,18 @@ void FreeTlsContext::operator()(ssl_ctx_st* context) const { openssl.SSL_CTX_fre
 
 void FreeTlsSession::operator()(ssl_st* session) const { openssl.SSL_free(session); }
 
-TlsConnection::TlsConnection(FdHandle fd, TlsContext context, TlsSession session)
-    : fd_(std::move(fd)), context_(std::move(context)), session_(std::move(session)) {}
+TlsConnection::TlsConnection(FdHandle fd, TlsContext context, TlsSession session,
+                             std::int64_t timeout_ms)
+    : fd_(std::move(fd)),
+      context_(std::move(context)),
+      session_(std::move(session)),
+      timeout_ms_(timeout_ms) {}
 
 TlsConnection::~TlsConnection() { close(); }
+
+bool TlsConnection::wait_writable() const {
+    return wait_ready(fd_.get(), POLLOUT, timeout_ms_) > 0;
+}
 
 void TlsConnection::close() {
     if (session_ == nullptr) return;
@@ -166,13 +168,19 @@ std::optional<TlsConnection> tls_connect(TlsSettings settings) {
         return failed("TLS failed at certificate_verification");
     }
     last_error = {};
-    return TlsConnection(std::move(tcp.fd), std::move(context), std::move(session));
+    return TlsConnection(std::move(tcp.fd), std::move(context), std::move(session),
+                         settings.timeout_ms);
 }
 
 bool tls_write(TlsConnection& connection, std::string_view bytes) {
+    // One record at a time, each after a wait of our own: a writable socket has room for one, and
+    // SO_SNDTIMEO alone would count again after every partial write inside SSL_write.
+    constexpr std::size_t kRecordBytes = 16'384;
     while (!bytes.empty()) {
+        if (!connection.wait_writable()) return false;
+        const std::size_t size = std::min(bytes.size(), kRecordBytes);
         const int written =
-            openssl.SSL_write(connection.session(), bytes.data(), as_int(bytes.size()));
+            openssl.SSL_write(connection.session(), bytes.data(), static_cast<int>(size));
         if (written <= 0) return false;
         bytes.remove_prefix(static_cast<std::size_t>(written));
     }
@@ -181,8 +189,9 @@ bool tls_write(TlsConnection& connection, std::string_view bytes) {
 
 ReceiveResult tls_read(TlsConnection& connection, ByteBuffer& into, std::int64_t max_bytes) {
     ReceiveResult result;
-    const auto room = static_cast<std::size_t>(max_bytes);
-    const int count = openssl.SSL_read(connection.session(), into.spare(room), as_int(room));
+    const int room = static_cast<int>(std::clamp<std::int64_t>(max_bytes, 1, kMaxReceiveBytes));
+    char* const spare = into.spare(static_cast<std::size_t>(room));
+    const int count = openssl.SSL_read(connection.session(), spare, room);
     result.end_of_stream = count == 0;
     if (count < 0) result.error = -EIO;
     if (count > 0) {

@@ -42,7 +42,7 @@ using TlsSession = std::unique_ptr<ssl_st, FreeTlsSession>;
 /// An established connection with its socket.  Destroying it closes it like `tls_close`.
 class TlsConnection {
   public:
-    TlsConnection(FdHandle fd, TlsContext context, TlsSession session);
+    TlsConnection(FdHandle fd, TlsContext context, TlsSession session, std::int64_t timeout_ms);
     TlsConnection(TlsConnection&&) noexcept = default;
     TlsConnection& operator=(TlsConnection&&) = delete;
     TlsConnection(const TlsConnection&) = delete;
@@ -50,6 +50,9 @@ class TlsConnection {
     ~TlsConnection();
 
     [[nodiscard]] ssl_st* session() const { return session_.get(); }
+
+    /// Waits until the peer takes more, for the time limit at most.
+    [[nodiscard]] bool wait_writable() const;
 
     /// Tells the peer, without waiting for its answer or for room to send, and gives everything
     /// back.  Nothing can be read or written afterwards.
@@ -60,6 +63,7 @@ class TlsConnection {
     FdHandle fd_;
     TlsContext context_;
     TlsSession session_;
+    std::int64_t timeout_ms_;
 };
 
 /// Connects and runs the handshake; the certificate must be valid for `host`, as an address if it
@@ -81,9 +85,9 @@ class TlsConnection {
 /// Writes every byte.  False when the peer is gone or takes nothing for the time limit.
 [[nodiscard]] bool tls_write(TlsConnection& connection, std::string_view bytes);
 
-/// Appends up to `max_bytes` (1 or more) to `into`.  End of stream is the peer's close, with or
-/// without a notification; every other way to get nothing, a time limit included, is the error
-/// -EIO, for OpenSSL does not tell which it was.
+/// Appends up to `max_bytes` (1 to kMaxReceiveBytes) to `into`.  End of stream is the peer's close,
+/// with or without a notification; every other way to get nothing, a time limit included, is the
+/// error -EIO, for OpenSSL does not tell which it was.
 [[nodiscard]] ReceiveResult tls_read(TlsConnection& connection, ByteBuffer& into,
                                      std::int64_t max_bytes);
 
