@@ -11,15 +11,15 @@ std::string show(const std::vector<HttpHeader>& headers) {
     return text;
 }
 
-// The framing scanner, fed in steps of `step` bytes from buffers of exactly the size.
-bool whole_in_steps(std::string_view data, std::size_t step, std::int64_t limit) {
-    ResponseFraming framing(limit);
-    for (std::size_t size = 0; size <= data.size(); ++size) {
-        if (size % step != 0 && size != data.size()) continue;
-        const std::vector<char> exact(data.begin(), data.begin() + static_cast<long>(size));
-        framing.advance({exact.data(), exact.size()});
-    }
-    return framing.whole();
+// A buffer that ends where its block ends, for the address sanitizer.
+ByteBuffer exactly(std::string_view bytes) {
+    ByteBuffer buffer;
+    const std::size_t pad = bytes.size() < 64 ? 64 - bytes.size() : 0;  // The smallest block.
+    static_cast<void>(buffer.spare(pad + bytes.size()));
+    buffer.commit(pad);
+    buffer.append(bytes);
+    buffer.drop_front(pad);
+    return buffer;
 }
 
 TEST(ParseResponse, JudgesStatusHeadersAndFraming) {
@@ -92,29 +92,17 @@ TEST(ParseResponse, JudgesStatusHeadersAndFraming) {
         EXPECT_EQ(show(got.response.headers), c.headers);
         EXPECT_EQ(got.response.body.view(), c.body);
         EXPECT_EQ(got.complete, c.complete);
-        for (const std::size_t step : {1U, 2U, 3U, 5U, 1000U}) {
-            EXPECT_EQ(whole_in_steps(c.data, step, c.limit), c.complete) << step;
+        // However the bytes come, the scanner knows the same, and at the same moment.
+        for (const std::size_t step : {1U, 2U, 3U, 7U}) {
+            ResponseFraming framing(c.limit);
+            for (std::size_t size = 0; size <= c.data.size(); size += step) {
+                const ResponseParse part = parse_response(exactly(c.data.substr(0, size)), c.limit);
+                framing.advance(exactly(c.data.substr(0, size)).view());
+                EXPECT_EQ(framing.whole(), part.complete) << step << " " << size;
+                if (!part.complete) continue;
+                EXPECT_EQ(framing.body_bytes(), std::ssize(part.response.body.view()));
+            }
         }
-        for (std::size_t size = 0; !c.complete && size < c.data.size(); ++size) {
-            EXPECT_FALSE(
-                parse_response(ByteBuffer::copy_of(c.data.substr(0, size)), c.limit).complete);
-        }
-    }
-}
-
-TEST(ResponseFraming, KnowsTheMomentAndTheSize) {
-    for (const std::string_view data :
-         {"H 200 x\r\nContent-Length: 5\r\n\r\nhello",
-          "H 200 x\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nhe\r\n3\r\nllo\r\n0\r\nT: "
-          "1\r\n\r\n"}) {
-        ResponseFraming framing(5);
-        for (std::size_t size = 0; size < data.size(); ++size) {
-            framing.advance(data.substr(0, size));
-            EXPECT_FALSE(framing.whole()) << size;
-        }
-        framing.advance(data);
-        EXPECT_TRUE(framing.whole());
-        EXPECT_EQ(framing.body_bytes(), 5);
     }
 }
 
