@@ -1,8 +1,7 @@
 """What the end-to-end tests share: scenes of a user's home and a scripted peer, and tables of runs.
 
 ctest sets QUORVANE to the program under test.  Nothing here uses a fixed port, a fixed path or a
-pause: the kernel chooses ports, every home is a new temporary folder, and every wait ends with what
-it waits for or fails after TIME_LIMIT_S.
+pause: every wait ends with what it waits for, or fails after TIME_LIMIT_S.
 """
 
 from __future__ import annotations
@@ -21,14 +20,12 @@ import unittest
 from collections.abc import Callable, Iterable, Sequence
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
+from types import SimpleNamespace
 from typing import Any, NamedTuple
 
 PROGRAM = os.environ["QUORVANE"]
 TIME_LIMIT_S = 40
 TOKEN = "qvt-canary-5d1f"
-
-Script = Sequence[Any]
-"""What a peer does on one connection: bytes to send and calls to make, then it closes."""
 
 
 class Result(NamedTuple):
@@ -68,19 +65,10 @@ def shell(commands: str) -> tuple[str, ...]:
     return ("/bin/sh", "-c", commands, "sh")
 
 
-class Connection:
-    """The peer's end of one connection, with what it has received of the request."""
+# A script is what a peer does on one connection before it closes it: bytes to send and calls to
+# make, which take a record of the connection: `socket`, `scene`, and what was `received`.
 
-    def __init__(self, accepted: socket.socket, scene: Scene) -> None:
-        accepted.settimeout(TIME_LIMIT_S)
-        accepted.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-        self.socket, self.scene, self.received = accepted, scene, b""
-
-    def body(self) -> Any:
-        return json.loads(self.received.partition(b"\r\n\r\n")[2])
-
-
-def read_request(connection: Connection) -> None:
+def read_request(connection: Any) -> None:
     """Reads one request, as long as its Content-Length says."""
     missing = 1
     while missing > 0 and (data := connection.socket.recv(1 << 20)):
@@ -90,23 +78,23 @@ def read_request(connection: Connection) -> None:
         missing = length - len(body) if end else 1
 
 
-def until_gone(connection: Connection) -> None:
+def until_gone(connection: Any) -> None:
     """Stays silent until the client closes."""
     while connection.socket.recv(1 << 20):
         pass
 
 
-def until_over(connection: Connection) -> None:
+def until_over(connection: Any) -> None:
     """Stays silent, without reading either, until the client has ended."""
     connection.scene.over.wait(TIME_LIMIT_S)
 
 
-def reset(connection: Connection) -> None:
+def reset(connection: Any) -> None:
     """Makes the close that follows a reset."""
     connection.socket.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
 
 
-def reply(*steps: Any) -> Script:
+def reply(*steps: Any) -> Sequence[Any]:
     return (read_request, *steps)
 
 
@@ -123,31 +111,30 @@ class Scene:
     an unexpected connection shows up in `requests`.
     """
 
-    def __init__(self, *scripts: Script, receive_buffer: int = 0) -> None:
+    def __init__(self, *scripts: Sequence[Any], receive_buffer: int = 0) -> None:
         self._folder = tempfile.TemporaryDirectory(prefix="quorvane-e2e-")
         self.home = Path(self._folder.name)
         self.work = self.home / "work"
         self.environment = {"HOME": f"{self.home}/home", "PATH": f"{self.home}/bin",
-                            "XDG_CONFIG_HOME": f"{self.home}/config"}
-        if "ASAN_OPTIONS" in os.environ:
-            self.environment["ASAN_OPTIONS"] = os.environ["ASAN_OPTIONS"]
+                            "XDG_CONFIG_HOME": f"{self.home}/config",
+                            **{k: v for k, v in os.environ.items() if k == "ASAN_OPTIONS"}}
         self._listener, self._waker = socket.socket(), socket.socket()
         if receive_buffer:
             self._listener.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, receive_buffer)
         self._listener.bind(("127.0.0.1", 0))
         self._listener.listen(16)
         self._waker.bind(("127.0.0.1", 0))
-        self._scripts, self._error = scripts, None
         self._thread = threading.Thread(target=self._serve)
+        self._scripts, self._errors = scripts, []
         self.over = threading.Event()
-        self.connections: list[Connection] = []
+        self.connections: list[Any] = []
         self.port = int(self._listener.getsockname()[1])
         self.origin = f"http://127.0.0.1:{self.port}"
         self.work.mkdir()
         self.credential().parent.mkdir(parents=True)
         self.credential().write_text(json.dumps({"token": TOKEN}))
 
-    def __enter__(self) -> Scene:
+    def __enter__(self) -> Any:
         self._thread.start()
         return self
 
@@ -157,8 +144,8 @@ class Scene:
         with self._waker, self._listener, self._folder:
             self._waker.connect(("127.0.0.1", self.port))
             self._thread.join()
-        if self._error:
-            raise self._error
+        if self._errors:
+            raise self._errors[0]
 
     def _serve(self) -> None:
         while True:
@@ -166,45 +153,47 @@ class Scene:
             with accepted:
                 if address == self._waker.getsockname():
                     return
-                turn = len(self.connections)
-                self.connections.append(Connection(accepted, self))
+                accepted.settimeout(TIME_LIMIT_S)
+                accepted.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+                connection = SimpleNamespace(socket=accepted, scene=self, received=b"")
+                self.connections.append(connection)
                 try:
-                    for step in self._scripts[turn] if turn < len(self._scripts) else reply():
-                        if isinstance(step, bytes):
-                            accepted.sendall(step)
-                        else:
-                            step(self.connections[-1])
+                    for step in [*self._scripts, *[reply()] * 9][len(self.connections) - 1]:
+                        accepted.sendall(step) if isinstance(step, bytes) else step(connection)
                 except ConnectionError:
                     pass  # The client may leave whenever it wants to.
                 except Exception as error:  # pylint: disable=broad-except
-                    self._error = error
+                    self._errors.append(error)
 
     @property
     def requests(self) -> list[bytes]:
         return [connection.received for connection in self.connections]
 
-    def request(self, path: str, body: bytes | str = b"{}", token: str = TOKEN,
+    def body(self, turn: int) -> Any:
+        """The body of a request that was received."""
+        return json.loads(self.requests[turn].partition(b"\r\n\r\n")[2])
+
+    def request(self, path: str, body: str = "{}", token: str = TOKEN,
                 host: str = "127.0.0.1") -> bytes:
         """The exact bytes of a call to the peer."""
-        body = body if isinstance(body, bytes) else body.encode()
         return (f"POST {path} HTTP/1.1\r\nContent-Type: application/json\r\n"
                 f"Authorization: Bearer {token}\r\nHost: {host}:{self.port}\r\n"
-                f"Content-Length: {len(body)}\r\nConnection: close\r\n\r\n").encode() + body
+                f"Content-Length: {len(body.encode())}\r\nConnection: close\r\n\r\n{body}").encode()
 
     def credential(self, origin: str = "") -> Path:
         """The credential file of an origin, by default the peer's."""
         name = hashlib.sha256((origin or self.origin).encode()).hexdigest() + ".json"
         return self.home / "config" / "quorvane" / name
 
-    def start(self, *words: str | bytes, wrapper: Sequence[str] = (),
-              **options: Any) -> subprocess.Popen[bytes]:
+    def start(self, *words: Any, wrapper: Any = (), **options: Any) -> subprocess.Popen[bytes]:
         """Starts the program on the peer's origin, signals at their default (as Popen does)."""
         streams = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE,
                    "stderr": subprocess.PIPE, "cwd": self.work, "env": self.environment}
+        wrapper = wrapper(self) if callable(wrapper) else wrapper
         return subprocess.Popen([*wrapper, PROGRAM, "--base-url", self.origin, *words],
-                                **{**streams, **options})
+                                **(streams | options))
 
-    def run(self, *words: str | bytes, **options: Any) -> Result:
+    def run(self, *words: Any, **options: Any) -> Result:
         return finish(self.start(*words, **options))
 
     def files(self) -> dict[str, tuple[str, bytes]]:
@@ -223,10 +212,15 @@ def finish(process: subprocess.Popen[bytes]) -> Result:
     with process:
         try:
             out, err = process.communicate(timeout=TIME_LIMIT_S)
-        except subprocess.TimeoutExpired:
+        finally:
             process.kill()
-            raise
     return Result(process.returncode, out or b"", err or b"")
+
+
+def difference(before: dict[str, Any], after: dict[str, Any]) -> dict[str, Any]:
+    """What is new or different, and None for what is gone."""
+    return {name: after.get(name) for name in before | after
+            if before.get(name) != after.get(name)}
 
 
 class EndToEnd(unittest.TestCase):
@@ -247,28 +241,19 @@ class EndToEnd(unittest.TestCase):
             with self.subTest(name):
                 future.result()
 
-    def check(self, expected: Result, words: str | Sequence[str], scripts: Sequence[Script] = (),
-              sent: Sequence[tuple[Any, ...]] = (), changed: dict[str, Any] | None = None,
-              prepare: Callable[[Scene], object] | None = None, wrapper: Any = (),
-              **options: Any) -> None:
-        """One run: its result, the exact calls sent, and exactly these files changed.
-
-        A file that is `changed` to None is gone; ORIGIN in its contents stands for the peer's.
-        """
+    def check(self, expected: Result, words: Any, scripts: Any = (), sent: Any = (),
+              changed: Any = (), prepare: Any = None, **options: Any) -> None:
+        """One run: its result, the exact calls sent (None: not looked at), and exactly these files
+        changed.  ORIGIN in their contents stands for the peer's."""
         with Scene(*scripts) as scene:
             if prepare:
                 prepare(scene)
             before = scene.files()
             words = words.split() if isinstance(words, str) else words
-            wrapper = wrapper(scene) if callable(wrapper) else wrapper
-            self.assertEqual(scene.run(*words, wrapper=wrapper, **options), expected)
+            self.assertEqual(scene.run(*words, **options), expected)
             self.assertEqual(difference(before, scene.files()), {
-                name: new and (new[0], new[1].replace(b"ORIGIN", scene.origin.encode()))
-                for name, new in (changed or {}).items()})
-        self.assertEqual(scene.requests, [scene.request(*call) for call in sent])
-
-
-def difference(before: dict[str, Any], after: dict[str, Any]) -> dict[str, Any]:
-    """What is new or different, and None for what is gone."""
-    return {name: after.get(name) for name in before | after
-            if before.get(name) != after.get(name)}
+                name: (mode, content.replace(b"ORIGIN", scene.origin.encode()))
+                for name, (mode, content) in dict(changed).items()})
+        self.assertEqual(len(scene.requests), len(scripts))
+        if sent is not None:
+            self.assertEqual(scene.requests, [scene.request(*call) for call in sent])

@@ -1,17 +1,13 @@
 """One call to the service: the bytes sent, how every answer is judged, the account commands."""
 
-from __future__ import annotations
-
 import json
 import socket
 import time
-import unittest
 from typing import Any
 
-from harness import (TOKEN, EndToEnd, Result, Scene, Script, answer, bad, failing, good,
-                     read_request, reply, reset, tracing, until_gone, until_over)
+from harness import (TOKEN, EndToEnd, Result, Scene, answer, bad, failing, good, read_request,
+                     reply, reset, tracing, until_gone, until_over)
 
-LIMIT = 8388608
 EMAIL = {"account": {"canonical_email": "ada@example.org"}}
 BODY = json.dumps(EMAIL).encode()
 SIZE = len(BODY)
@@ -23,10 +19,6 @@ META = '{"projectId":"p","baseUrl":"%s","revision":1}'
 
 def status(code: int) -> Result:
     return bad(f"Request failed: HTTP {code}")
-
-
-def cannot_reach(origin: str) -> Result:
-    return bad(f"Cannot reach {origin} (HTTP 0, complete=false; HTTP transport)")
 
 
 def chunks(*pieces: bytes, head: bytes = b"Transfer-Encoding: chunked\r\n") -> bytes:
@@ -63,36 +55,20 @@ class Answers(EndToEnd):
             ("page", status(404), answer(b"<html>", 404)), ("999", status(999), answer(b"", 999)),
             ("interim", status(100), b"HTTP/1.1 100 Continue\r\n\r\n", answer(EMAIL)))
 
-    def test_status_line(self) -> None:
-        rest = b"\r\n\r\n" + BODY
-        self.judge(
-            ("nothing", status(0)), ("body only", status(0), BODY),
-            ("no status line", status(0), b"garbage" + rest),
-            ("no blank behind it", status(0), b"HTTP/1.1 200" + rest),
-            ("no phrase", ADA, b"HTTP/1.1 200 " + rest),
-            ("any protocol", ADA, b"ICY 200 OK" + rest),
-            ("blank before it", status(0), b" 200 OK" + rest),
-            ("two blanks", status(0), b"HTTP/1.1  200 OK" + rest),
-            ("below 100", status(0), b"HTTP/1.1 099 No" + rest),
-            ("above 999", status(0), b"HTTP/1.1 1000 No" + rest),
-            ("sign", status(0), b"HTTP/1.1 +200 OK" + rest),
-            ("cut head", status(200), b"HTTP/1.1 200 OK\r\nContent-Le"),
-            ("endless head", status(200), STATUS + BODY),
-            ("bare line feeds", status(200), b"HTTP/1.1 200 OK\n\n" + BODY))
-
     def test_framing(self) -> None:
         length = STATUS + b"Content-Length: %s\r\n\r\n" + BODY
-        whole = b"%x\r\n%s" % (SIZE, BODY)
         self.judge(
+            ("nothing", status(0)), ("body only", status(0), BODY),
+            ("no status line", status(0), b"garbage\r\n\r\n" + BODY),
+            ("no blank behind it", status(0), b"HTTP/1.1 200\r\n\r\n" + BODY),
+            ("below 100", status(0), b"HTTP/1.1 099 No\r\n\r\n" + BODY),
+            ("cut head", status(200), b"HTTP/1.1 200 OK\r\nContent-Le"),
+            ("endless head", status(200), STATUS + BODY),
             ("until the close", ADA, STATUS + b"\r\n", BODY[:9], BODY[9:]),
             ("length", ADA, answer(EMAIL), b"more"), ("short", status(200), length % b"9"),
             ("long", ADA, length % b"999"), ("cut", status(200), answer(EMAIL)[:-1]),
             ("refusal cut", status(403), answer({"error": "no"}, 403)[:-1]),
-            ("first length counts", ADA, length % (b"%d\r\ncontent-length: 1" % SIZE)),
             ("length no number", ADA, length % b"+1"),
-            ("length over the limit", ADA, length % b"8388609"),
-            ("no colon", ADA, STATUS + b"what\r\ncontent-LENGTH:  %d\r\n\r\n%s-" % (SIZE, BODY)),
-            ("chunks", ADA, chunks(BODY[:9], BODY[9:], b"")),
             ("chunks in pieces", ADA, chunks(), *(b"1\r\n%c\r\n" % byte for byte in BODY), b"0\r",
              b"\n\r\n"),
             ("extension, trailer", ADA, chunks(), b"%X;a=b\r\n%s\r\n0\r\nT: 1\r\n\r\n" %
@@ -100,11 +76,10 @@ class Answers(EndToEnd):
             ("chunks win over a length", ADA, chunks(
                 BODY, b"", head=b"Content-Length: 3\r\nTRANSFER-ENCODING: gzip, Chunked;q=1\r\n")),
             ("chunks cut", status(200), chunks(BODY[:9])), ("no last chunk", ADA, chunks(BODY)),
-            ("chunk cut", status(200), chunks(), b"%x\r\n%s" % (SIZE + 1, BODY)),
-            ("no end of a chunk", status(200), chunks(), whole + b"--0\r\n\r\n"),
-            ("size no number", ADA, chunks(BODY), b"x\r\n"), ("8 MiB", ADA, filled(LIMIT)),
-            ("over 8 MiB", status(200), filled(LIMIT + 1)),
-            ("endless", status(200), filled(LIMIT * 2), until_gone))
+            ("no end of a chunk", status(200), chunks(), b"%x\r\n%s--0\r\n\r\n" % (SIZE, BODY)),
+            ("size no number", ADA, chunks(BODY), b"x\r\n"), ("8 MiB", ADA, filled(8388608)),
+            ("over 8 MiB", status(200), filled(8388609)),
+            ("endless", status(200), filled(16777216), until_gone))
 
 
 class Connections(EndToEnd):
@@ -144,7 +119,7 @@ class Connections(EndToEnd):
             deaf.bind(("127.0.0.1", 0))  # Bound but not listening.
             self.push(None, (), port=deaf.getsockname()[1])
 
-    def push(self, expected: Result | None, script: Script, text: bytes = b"", least: float = 0,
+    def push(self, expected: Result | None, script: Any, text: bytes = b"", least: float = 0,
              port: int = 0, receive_buffer: int = 0) -> None:
         with Scene(script, receive_buffer=receive_buffer) as scene:
             origin = f"http://127.0.0.1:{port or scene.port}"
@@ -153,7 +128,8 @@ class Connections(EndToEnd):
             (scene.work / "c.sync.json").write_text(META % origin)
             before, started = scene.files(), time.monotonic()
             self.assertEqual(scene.run("config", "push", "-p=p", "--file=c", "--base-url", origin),
-                             expected or cannot_reach(origin))
+                             expected or bad(f"Cannot reach {origin} (HTTP 0, complete=false;"
+                                             " HTTP transport)"))
             self.assertTrue(least <= time.monotonic() - started < least + 5)
             self.assertEqual(scene.files(), before)
         self.assertEqual(len(scene.requests), int(not port))
@@ -185,30 +161,25 @@ class Account(EndToEnd):
                                           scene.request(*ACCOUNT)])
 
     def test_logout(self) -> None:
-        by_hand = bad("Logged out; remove the local credential file manually")
-        out = good("Signed out\n")
-
-        def row(name: str, expected: Result, meanwhile: Any = lambda file: None,
-                **options: Any) -> tuple[Any, ...]:
-            return (name, expected, lambda connection: meanwhile(connection.scene.credential()),
-                    options)
+        by_hand, out = bad("Logged out; remove the local credential file manually"), "Signed out\n"
         self.rows((
-            row("good", out), row("refused", status(500), code=500, stays=True),
-            row("file gone", by_hand, lambda file: file.unlink()),
-            row("empty folder", out, lambda file: (file.unlink(), file.mkdir())),
-            row("folder in use", by_hand,
-                lambda file: (file.unlink(), (file / "x").mkdir(parents=True)), stays=True),
-            row("read-only", by_hand, stays=True,
-                wrapper=failing("unlink,unlinkat,rmdir", "EROFS")),
-        ), self.logout)
+            ("good", good(out)), ("refused", status(500), {"code": 500, "stays": True}),
+            ("file gone", by_hand, lambda file: file.unlink()),
+            ("empty folder", good(out), lambda file: (file.unlink(), file.mkdir())),
+            ("folder in use", by_hand,
+             lambda file: (file.unlink(), (file / "x").mkdir(parents=True)), {"stays": True}),
+            ("read-only", by_hand, {
+                "stays": True, "wrapper": failing("unlink,unlinkat,rmdir", "EROFS")}),
+        ), self.check_logout)
 
-    def logout(self, expected: Result, meanwhile: Any, code: int = 200, stays: bool = False,
-               wrapper: Any = ()) -> None:
-        with Scene(reply(meanwhile, answer({}, code))) as scene:
-            scene.credential("https://other").write_text("{}")
+    def check_logout(self, expected: Result, meanwhile: Any = lambda file: None, code: int = 200,
+                     stays: bool = False, wrapper: Any = ()) -> None:
+        with Scene(reply(lambda connection: meanwhile(connection.scene.credential()),
+                         answer({}, code))) as scene:
+            other = scene.credential("https://other")
+            other.write_text("{}")
             self.assertEqual(scene.run("logout", wrapper=wrapper), expected)
-            self.assertEqual(scene.credential().exists(), stays)
-            self.assertTrue(scene.credential("https://other").exists())
+            self.assertEqual((scene.credential().exists(), other.exists()), (stays, True))
         self.assertEqual(scene.requests, [scene.request(*LOGOUT)])
 
     def test_secrets(self) -> None:
@@ -224,7 +195,3 @@ class Account(EndToEnd):
                 self.assertEqual(len(lines), 2)
                 self.assertRegex(lines[0], rf"^\d+ +read\(\d+<{scene.credential().resolve()}>")
                 self.assertRegex(lines[1], r"^\d+ +(sendto|write)\(\d+<(socket|TCP):")
-
-
-if __name__ == "__main__":
-    unittest.main()

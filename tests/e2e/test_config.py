@@ -1,9 +1,6 @@
 """config pull and config push: the two files, the revision check, and every way to fail."""
 
-from __future__ import annotations
-
 import os
-import unittest
 from collections.abc import Callable
 from pathlib import Path
 from typing import Any
@@ -182,7 +179,3 @@ class Push(EndToEnd):
             ("not renamed", stale, PULLED, failing(RENAMES, "EPERM")),
             ("not synchronised", stale, PULLED, failing("fsync", "EIO")),
             ("full disk", stale, PULLED, failing("write", "ENOSPC", "1")))])
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -1,36 +1,28 @@
 """From the start of the process to the first call: words, origin, credential file, streams."""
 
-from __future__ import annotations
-
-import json
 import os
 import re
 import signal
 import unittest
-from collections.abc import Callable
 from pathlib import Path
 from typing import Any
 
 from harness import (SIGNED_OUT, TOKEN, EndToEnd, Result, Scene, answer, bad, failing, good, reply,
                      shell, tracing)
 
-CEILING = os.environ["QUORVANE_MEMORY_CEILING"] == "ON"
-COMMON = ("Options:\n  -h, --help\tShow help\n  -V, --version\tShow version\n"
-          "      --base-url <URL>\tAlternate Quorvane deployment"
-          f" (default: {os.environ['QUORVANE_DEFAULT_ORIGIN']})")
+DEFAULT_ORIGIN = os.environ["QUORVANE_DEFAULT_ORIGIN"]
+OPTIONS = ("Options:\n  -h, --help\tShow help\n  -V, --version\tShow version\n"
+           f"      --base-url <URL>\tAlternate Quorvane deployment (default: {DEFAULT_ORIGIN})")
 HELP = ("quorvane 0.1.0\n\nManage Quorvane projects and configuration\n\n"
         "Usage:\n  quorvane [options] [command]\n\nCommands:\n"
         "  login\tAuthorize this CLI in your browser\n  logout\tRevoke this CLI session\n"
         "  whoami\tShow the authenticated account\n  projects\tList your projects\n"
-        "  config\tSync project configuration\n\n" + COMMON)
-GROUP_HELP = ("quorvane config\n\nSync project configuration\n\n"
-              "Usage:\n  quorvane config [options] [command]\n\nCommands:\n"
-              "  pull\tExport configuration and its revision\n"
-              "  push\tImport configuration with a revision check\n\n" + COMMON)
+        "  config\tSync project configuration\n\n" + OPTIONS)
 PULL_HELP = ("quorvane config pull\n\nExport configuration and its revision\n\n"
-             "Usage:\n  quorvane config pull [options]\n\n" + COMMON +
+             "Usage:\n  quorvane config pull [options]\n\n" + OPTIONS +
              "\n  -p, --project <ID>\tProject ID (required)"
              "\n  -f, --file <FILE>\tConfiguration file (default: quorvane.config.json)")
+WHOAMI = ("whoami", [reply(answer({}))], [("/api/v1/account",)])
 
 
 class Words(EndToEnd):
@@ -41,7 +33,6 @@ class Words(EndToEnd):
             ("nothing, and a bad origin", good(HELP + "\n"), "--base-url=x"),
             ("version, and a bad origin", good("quorvane 0.1.0\n"), "--base-url x whoami -V"),
             ("help", good(HELP + "\n"), "-h whoami"),
-            ("help of a group", good(GROUP_HELP + "\n"), "config --help"),
             ("help of an alias", good(PULL_HELP + "\n"), "config export -h"),
             ("unknown option", bad("unknown option -p"), "whoami -p=x"),
             ("no value", bad("-f requires FILE"), "config push -f"),
@@ -50,17 +41,13 @@ class Words(EndToEnd):
             ("a word too many", bad("invalid arguments\n" + PULL_HELP), "config pull -p p -- -f"),
             ("group alone, signed in", bad(HELP), "config"),
             ("mask refused", bad("Cannot restrict credential file permissions on this platform"),
-             "-V", {"wrapper": failing("umask", "EPERM")}),
-        ))
+             "-V", {"wrapper": failing("umask", "EPERM")})))
 
     def test_origins(self) -> None:
         refused = bad("Use an HTTPS origin, or http://127.0.0.1:PORT for local development")
-        unfit = ("", "x", "https://", "HTTPS://h", "https://h/", "https://u@h", "https://h?q",
-                 "https://h_h", "https://[::1]", "https://h:", "https://h:0", "https://h:65536",
-                 "https://h:+1", "https://:443", "http://h", "http://127.0.0.2:1", "http://127.1",
-                 "http://LOCALHOST", "http://localhost.", "http://127.0.0.1:18446744073709551617")
-        fit = ("https://h", "https://h:65535", "https://a:b:1", "http://localhost",
-               "http://127.0.0.1:0080", os.environ["QUORVANE_DEFAULT_ORIGIN"])
+        unfit = ("", "x", "https://", "HTTPS://h", "https://h/", "https://u@h", "https://h:0",
+                 "https://[::1]", "https://h:65536", "http://h", "http://127.0.0.2:1")
+        fit = ("https://h", "https://h:65535", "https://a:b:1", "http://localhost", DEFAULT_ORIGIN)
         self.rows([(origin, refused, ["--base-url", origin, command])
                    for origin in unfit for command in ("login", "logout", "config")] +
                   [(origin, SIGNED_OUT, ["--base-url", origin, "whoami"]) for origin in fit])
@@ -70,7 +57,7 @@ def holding(content: bytes) -> dict[str, Any]:
     return {"prepare": lambda scene: scene.credential().write_bytes(content)}
 
 
-def replaced(make: Callable[[Path], object]) -> dict[str, Any]:
+def replaced(make: Any) -> dict[str, Any]:
     return {"prepare": lambda scene: (scene.credential().unlink(), make(scene.credential()))}
 
 
@@ -82,8 +69,7 @@ class Credential(EndToEnd):
         many = token[:-1] + b",%s}"
         nested = many % (b'"a":' + b"[" * 63 + b"%s" + b"]" * 63)
         zeros = b",".join(b'"%d":0' % i for i in range(100000))
-        call = ([reply(answer({}))], [("/api/v1/account",)])
-        self.rows([(name, good("\n"), "whoami", *call, holding(content)) for name, content in (
+        self.rows([(name, good("\n"), *WHOAMI, holding(content)) for name, content in (
             ("blanks and escapes", b' {"a" : 1,"token": "qvt-\\u0063anary-5d1f"}\n'),
             ("8 MiB", token.ljust(8388608)), ("depth 64", nested % b""),
             ("100000 members", many % zeros.rpartition(b",")[0]),
@@ -100,9 +86,9 @@ class Credential(EndToEnd):
 
     def test_what_is_no_file(self) -> None:
         self.rows((
-            ("link to a file", good(""), "projects", [reply(answer({}))], [("/api/v1/projects",)],
-             {"prepare": lambda scene: scene.credential().symlink_to(
-                 scene.credential().rename(scene.home / "elsewhere"))}),
+            ("link to a file", good("\n"), *WHOAMI, {
+                "prepare": lambda scene: scene.credential().symlink_to(
+                    scene.credential().rename(scene.home / "elsewhere"))}),
             ("missing", SIGNED_OUT, "whoami", replaced(Path.exists)),
             ("group alone", SIGNED_OUT, "config", replaced(Path.exists)),
             ("directory", SIGNED_OUT, "logout", replaced(Path.mkdir)),
@@ -111,29 +97,26 @@ class Credential(EndToEnd):
             ("file for a folder", SIGNED_OUT, "config push -p p", replaced(
                 lambda file: (file.parent.rmdir(), file.parent.write_text("x")))),
             ("unreadable", SIGNED_OUT, "whoami", {
-                "wrapper": lambda scene: failing("openat", "EACCES", path=scene.credential())}),
-        ))
+                "wrapper": lambda scene: failing("openat", "EACCES", path=scene.credential())})))
 
     def test_where_it_is_looked_for(self) -> None:
         for environment, folder in (
-                ({"XDG_CONFIG_HOME": "/x", "HOME": "/h"}, "/x/quorvane/"),
-                ({"XDG_CONFIG_HOME": "/x/"}, "/x//quorvane/"),
+                ({"XDG_CONFIG_HOME": "/x/", "HOME": "/h"}, "/x//quorvane/"),
                 ({"XDG_CONFIG_HOME": "", "HOME": "/h"}, "/quorvane/"),
                 ({"XDG_CONFIG_HOME2": "/x", "HOME": "/h"}, "/h/.config/quorvane/"),
                 ({"PATH": "/bin"}, "/.config/quorvane/")):
             with self.subTest(folder), Scene() as scene:
-                log = scene.home / "log"
-                scene.environment = environment
-                self.assertEqual(scene.run("whoami", wrapper=tracing(
-                    "-o", str(log), "-e", "trace=%%stat")), SIGNED_OUT)
-                asked = re.findall(r'"([^"]*/quorvane/[^"]*)"', log.read_text())
-                self.assertEqual(asked, [folder + scene.credential().name])
+                log, scene.environment = scene.home / "log", environment
+                wrapper = tracing("-o", str(log), "-e", "trace=%%stat")
+                self.assertEqual(scene.run("whoami", wrapper=wrapper), SIGNED_OUT)
+                self.assertEqual(re.findall(r'"([^"]*/quorvane/[^"]*)"', log.read_text()),
+                                 [folder + scene.credential().name])
 
-    @unittest.skipUnless(CEILING, "built without the memory ceiling")
+    @unittest.skipUnless(os.environ["QUORVANE_MEMORY_CEILING"] == "ON", "built without a ceiling")
     def test_memory_ceiling(self) -> None:
-        self.rows([("sparse", Result(-signal.SIGABRT, b"", b"memory limit exceeded\n"), "whoami", {
-            "prepare": lambda scene: os.truncate(scene.credential(), (1 << 30) + 1),
-            "wrapper": shell('ulimit -c 0; exec "$@"')})])
+        self.check(Result(-signal.SIGABRT, b"", b"memory limit exceeded\n"), "whoami",
+                   prepare=lambda scene: os.truncate(scene.credential(), (1 << 30) + 1),
+                   wrapper=shell('ulimit -c 0; exec "$@"'))
 
 
 class Streams(EndToEnd):
@@ -145,30 +128,24 @@ class Streams(EndToEnd):
         files = {"work/quorvane.config.json": ("-rw-------", b'{\n  "a": 1\n}\n'),
                  "work/quorvane.config.json.sync.json": (
                      "-rw-------", b'{"projectId":"p","baseUrl":"ORIGIN","revision":7}')}
-        refusal = ("whoami", [reply(answer({"error": "no"}, 400))], [("/api/v1/account",)])
         for closed in ("0<&-", "1>&-", "2>&-", "0<&- 1>&-", "0<&- 2>&-", "0<&- 1>&- 2>&-"):
             wrapper = shell(f'exec "$@" {closed}')
             saved = b"" if "1" in closed else b"Saved quorvane.config.json\n"
-            refused = b"" if "2" in closed else b"no\n"
+            refused = b"" if "2" in closed else b"unknown option -x\n"
             self.rows((
                 (closed, Result(0, saved, b""), *pull, {"wrapper": wrapper, "changed": files}),
-                (closed, Result(1, b"", refused), *refusal, {"wrapper": wrapper})))
+                (closed, Result(1, b"", refused), "whoami -x", {"wrapper": wrapper})))
 
     def test_output_that_goes_nowhere(self) -> None:
         reading, broken = os.pipe()
         os.close(reading)
-        email = ("whoami", [reply(answer({}))], [("/api/v1/account",)])
-        with open("/dev/full", "wb") as full, os.fdopen(broken, "wb") as pipe:
+        with open("/dev/full", "wb") as full, open(broken, "wb") as pipe:
             self.rows([row for stream in (full, pipe) for row in (
-                ("result", Result(0, b"", b""), *email, {"stdout": stream}),
+                ("result", Result(0, b"", b""), *WHOAMI, {"stdout": stream}),
                 ("help", Result(0, b"", b""), "--help", {"stdout": stream}),
                 ("failure", Result(1, b"", b""), "x", {"stderr": stream}))])
 
     def test_output_in_pieces(self) -> None:
         text = "x" * 300_000  # More than a pipe holds.
-        self.rows([("long line", good(text + "\n"), "whoami", [
-            reply(answer({"account": {"canonical_email": text}}))], [("/api/v1/account",)])])
-
-
-if __name__ == "__main__":
-    unittest.main()
+        script = reply(answer({"account": {"canonical_email": text}}))
+        self.check(good(text + "\n"), "whoami", [script], [("/api/v1/account",)])
