@@ -1,5 +1,7 @@
 #include "json/key_set.h"
 
+#include <algorithm>
+#include <bit>
 #include <cstring>
 #include <string>
 
@@ -17,6 +19,19 @@ std::uint64_t load_word(const char* at) {
     return word;
 }
 
+// Masks that keep the first 0 to 8 bytes of a word loaded from memory.
+constexpr std::array<std::uint64_t, 9> make_first_bytes() {
+    std::array<std::uint64_t, 9> masks{};
+    for (std::size_t count = 1; count < masks.size(); ++count) {
+        const bool little = std::endian::native == std::endian::little;
+        masks[count] =
+            little ? ~std::uint64_t{0} >> (64 - 8 * count) : ~std::uint64_t{0} << (64 - 8 * count);
+    }
+    return masks;
+}
+
+constexpr std::array<std::uint64_t, 9> kFirstBytes = make_first_bytes();
+
 // Both halves of the 128-bit product: every bit of the result depends on all of both factors.
 std::uint64_t mix(std::uint64_t left, std::uint64_t right) {
     __extension__ using Wide = unsigned __int128;
@@ -24,22 +39,25 @@ std::uint64_t mix(std::uint64_t left, std::uint64_t right) {
     return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
 }
 
-std::uint64_t hash_key(std::string_view key, const std::uint64_t (&seed)[2]) {
+inline std::uint64_t hash_key(std::string_view key, const std::uint64_t (&seed)[2]) {
     const char* at = key.data();
     std::size_t left = key.size();
     std::uint64_t hash = seed[0] ^ left;
     for (; left > 16; left -= 16, at += 16) {
         hash = mix(load_word(at) ^ seed[1], load_word(at + 8) ^ hash);
     }
-    // What is left as its first and its last eight bytes.  Of fewer, the bytes that do not belong
-    // to the key are shifted out.
-    std::uint64_t first = load_word(at);
-    std::uint64_t last = load_word(left > 8 ? at + left - 8 : at);
-    if (left < 8) {
-        first = left == 0 ? 0 : first << (64 - 8 * left);
-        last = first;
-    }
+    // What is left, as its first and its last eight bytes; of fewer, all that there are.
+    const std::uint64_t mask = kFirstBytes[std::min<std::size_t>(left, 8)];
+    const std::uint64_t first = load_word(at) & mask;
+    const std::uint64_t last = load_word(at + std::max<std::size_t>(left, 8) - 8) & mask;
     return mix(first ^ seed[1], last ^ hash);
+}
+
+// Whether one of the eight bytes of `word` is `byte`.
+bool has_byte(std::uint64_t word, std::uint64_t byte) {
+    constexpr std::uint64_t kOnes = 0x0101010101010101U;
+    const std::uint64_t zero_where_equal = word ^ kOnes * byte;
+    return ((zero_where_equal - kOnes) & ~zero_where_equal & kOnes << 7) != 0;
 }
 
 void draw(KeySeed& seed) {
@@ -61,16 +79,22 @@ bool same_text(const JsonNode* left, const JsonNode* right) {
 }  // namespace
 
 bool KeySet::add_tag(const JsonNode* key) {
-    const char tag = static_cast<char>(hash_key(node_text(*key), kTagSeed) >> 56);
-    const std::size_t match = scan::unlike_run(tags_.data(), tag);
-    if (match < count_) {
-        const JsonNode* other = object_ + 1;
-        for (; other != key; other = step_over(other + 1)) {
-            if (same_text(other, key)) return false;
-        }
-    }
-    tags_[count_++] = tag;
+    const std::uint64_t hash = hash_key(node_text(*key), kTagSeed) >> 56;
+    const std::uint64_t tag = hash == 0 ? 1 : hash;
+    const bool tag_seen = has_byte(tags_[0], tag) || has_byte(tags_[1], tag);
+    if (tag_seen && follows_equal(key)) return false;
+    // Whole words are written, so that they can be read again at once.
+    tags_[1] = tags_[1] << 8 | tags_[0] >> 56;
+    tags_[0] = tags_[0] << 8 | tag;
+    ++count_;
     return true;
+}
+
+bool KeySet::follows_equal(const JsonNode* key) const {
+    for (const JsonNode* other = object_ + 1; other != key; other = step_over(other + 1)) {
+        if (same_text(other, key)) return true;
+    }
+    return false;
 }
 
 bool KeySet::add_slot(const JsonNode* key, KeySeed& seed) {

@@ -10,7 +10,7 @@
 /// Finds a key that stands twice in an object, while the object is being parsed (private to
 /// json/).
 ///
-/// Up to kScannedKeys keys are told apart by a tag of one byte each, all looked at in one step.
+/// Up to kScannedKeys keys are told apart by a tag of one byte each, eight looked at in one step.
 /// Beyond that an open table takes over, hashed with a seed that nobody outside can know, so that
 /// keys chosen to collide cost no more than others.
 namespace quorvane {
@@ -33,7 +33,7 @@ class KeySet {
     }
 
   private:
-    static constexpr std::size_t kScannedKeys = kScanWidth;
+    static constexpr std::size_t kScannedKeys = 16;
 
     struct Slot {
         std::uint32_t hash = 0;
@@ -41,13 +41,15 @@ class KeySet {
     };
 
     bool add_tag(const JsonNode* key);
+    [[gnu::noinline]] bool follows_equal(const JsonNode* key) const;
     bool add_slot(const JsonNode* key, KeySeed& seed);
     void grow_table();
     [[nodiscard]] std::size_t find_slot(std::uint32_t hash, const JsonNode* key) const;
 
     const JsonNode* object_;
     std::size_t count_ = 0;
-    std::array<char, kScannedKeys> tags_{};
+    std::array<std::uint64_t, kScannedKeys / 8>
+        tags_{};               // The newest lowest, 0 where there is none.
     std::vector<Slot> slots_;  // Empty, or a power of two more than twice as many as keys.
 };
 

@@ -86,14 +86,22 @@ const char* skip_blanks(const char* at) {
     if (static_cast<unsigned char>(*at) > ' ') return at;
     if (static_cast<unsigned char>(*++at) > ' ' && at[-1] == ' ') return at;
     --at;
-    for (;;) {
+    for (;; at += kScanWidth) {
         const std::size_t run = scan::blank_run(at);
-        at += run;
-        if (run < kScanWidth) return at;
+        if (run < kScanWidth) return at + run;
     }
 }
 
 // Strings.
+
+// The first byte that does not stand for itself.  Stepping by a constant lets the processor look
+// at the next bytes before it knows whether it has to.
+const char* skip_text(const char* at) {
+    for (;; at += kScanWidth) {
+        const std::size_t run = scan::text_run(at);
+        if (run < kScanWidth) return at + run;
+    }
+}
 
 constexpr std::array<char, 128> make_simple_escapes() {
     std::array<char, 128> table{};
@@ -190,13 +198,15 @@ Cursor decode_string(Parser& parser, Cursor cursor) {
     const char* at = cursor.at;
     bool plain = true;
     for (;;) {
-        std::size_t run;
-        do {
-            std::memcpy(out, at, kScanWidth);
-            run = scan::text_run(at);
-            out += run;
-            at += run;
-        } while (run == kScanWidth);
+        std::memcpy(out, at, kScanWidth);
+        const std::size_t run = scan::text_run(at);
+        if (run == kScanWidth) {
+            out += kScanWidth;
+            at += kScanWidth;
+            continue;
+        }
+        out += run;
+        at += run;
         const auto size = static_cast<std::size_t>(out - text);
         if (size > parser.max_string_bytes) {
             return fail_too_long(parser, at, size - parser.max_string_bytes);
@@ -222,12 +232,7 @@ Cursor decode_string(Parser& parser, Cursor cursor) {
 
 inline Cursor parse_string(Parser& parser, Cursor cursor) {
     const char* const text = cursor.at + 1;
-    const char* stop = text;
-    std::size_t run;
-    do {
-        run = scan::text_run(stop);
-        stop += run;
-    } while (run == kScanWidth);
+    const char* const stop = skip_text(text);
     const auto size = static_cast<std::size_t>(stop - text);
     if (*stop != '"' || size > parser.max_string_bytes) [[unlikely]] {
         return decode_string(parser, {text, cursor.node});
@@ -310,23 +315,28 @@ inline Cursor parse_value(Parser& parser, Cursor cursor, std::size_t depth) {
     }
 }
 
-Cursor close_container(JsonNode* container, NodeKind kind, std::size_t size, Cursor cursor) {
-    const auto covers = static_cast<std::size_t>(cursor.node - container);
-    *container = container_node(kind, size, covers);
+// `open` is where the container began, `cursor.at` its last byte.  Blanks go and escapes never grow
+// when it is written again, so that its source is at least as long.
+Cursor close_container(JsonNode* container, const char* open, NodeKind kind, std::size_t size,
+                       Cursor cursor) {
+    const auto nodes = static_cast<std::size_t>(cursor.node - container);
+    const auto source_size = static_cast<std::size_t>(cursor.at + 1 - open);
+    *container = container_node(kind, size, nodes, source_size);
     return {cursor.at + 1, cursor.node};
 }
 
 Cursor parse_array(Parser& parser, Cursor cursor, std::size_t depth) {
+    const char* const open = cursor.at;
     JsonNode* const array = cursor.node++;
     std::size_t size = 0;
     cursor.at = skip_blanks(cursor.at + 1);
-    if (*cursor.at == ']') return close_container(array, NodeKind::kArray, 0, cursor);
+    if (*cursor.at == ']') return close_container(array, open, NodeKind::kArray, 0, cursor);
     for (;;) {
         cursor = parse_value(parser, cursor, depth + 1);
         if (cursor.at == nullptr) return cursor;
         ++size;
         cursor.at = skip_blanks(cursor.at);
-        if (*cursor.at == ']') return close_container(array, NodeKind::kArray, size, cursor);
+        if (*cursor.at == ']') return close_container(array, open, NodeKind::kArray, size, cursor);
         if (*cursor.at != ',') return fail_or_end(parser, cursor.at, kNoArrayComma, kOpenArray);
         cursor.at = skip_blanks(cursor.at + 1);
         if (*cursor.at == ']') return fail(parser, cursor.at, kArrayTrailingComma);
@@ -334,11 +344,12 @@ Cursor parse_array(Parser& parser, Cursor cursor, std::size_t depth) {
 }
 
 Cursor parse_object(Parser& parser, Cursor cursor, std::size_t depth) {
+    const char* const open = cursor.at;
     JsonNode* const object = cursor.node++;
     KeySet keys(object);
     std::size_t size = 0;
     cursor.at = skip_blanks(cursor.at + 1);
-    if (*cursor.at == '}') return close_container(object, NodeKind::kObject, 0, cursor);
+    if (*cursor.at == '}') return close_container(object, open, NodeKind::kObject, 0, cursor);
     for (;;) {
         if (*cursor.at != '"') return fail_or_end(parser, cursor.at, kNoKey, kOpenObject);
         const JsonNode* const key = cursor.node;
@@ -355,7 +366,8 @@ Cursor parse_object(Parser& parser, Cursor cursor, std::size_t depth) {
         if (cursor.at == nullptr) return cursor;
         ++size;
         cursor.at = skip_blanks(cursor.at);
-        if (*cursor.at == '}') return close_container(object, NodeKind::kObject, size, cursor);
+        if (*cursor.at == '}')
+            return close_container(object, open, NodeKind::kObject, size, cursor);
         if (*cursor.at != ',') return fail_or_end(parser, cursor.at, kNoObjectComma, kOpenObject);
         cursor.at = skip_blanks(cursor.at + 1);
         if (*cursor.at == '}') return fail(parser, cursor.at, kObjectTrailingComma);

@@ -46,11 +46,6 @@ inline std::size_t digit_run(const char* at) {
     return run(at, [](unsigned char c) { return c >= '0' && c <= '9'; });
 }
 
-/// Bytes unlike `byte`.
-inline std::size_t unlike_run(const char* at, char byte) {
-    return run(at, [byte](unsigned char c) { return static_cast<char>(c) != byte; });
-}
-
 }  // namespace plain
 
 #if defined(__SSE2__)
@@ -92,10 +87,6 @@ inline std::size_t digit_run(const char* at) {
     return before_first_unset(_mm_cmpeq_epi8(_mm_min_epu8(values, _mm_set1_epi8(9)), values));
 }
 
-inline std::size_t unlike_run(const char* at, char byte) {
-    return before_first(equal(load(at), byte));
-}
-
 }  // namespace vector
 namespace scan = vector;
 
@@ -133,10 +124,6 @@ inline std::size_t blank_run(const char* at) {
 inline std::size_t digit_run(const char* at) {
     const uint8x16_t values = vsubq_u8(load(at), vdupq_n_u8('0'));
     return before_first(vcgtq_u8(values, vdupq_n_u8(9)));
-}
-
-inline std::size_t unlike_run(const char* at, char byte) {
-    return before_first(equal(load(at), byte));
 }
 
 }  // namespace vector

@@ -29,14 +29,19 @@ enum class NodeKind : std::uint8_t {
     kLink = 6,  ///< Stands for the node it points to, which is a container and never a link.
 };
 
+struct ContainerSpan {
+    std::uint32_t nodes;      ///< How many it covers, its own included.
+    std::uint32_t text_size;  ///< What its compact text will take, hardly ever more than this.
+};
+
 struct JsonNode {
     NodeKind kind = NodeKind::kNull;
     bool flag = false;  ///< String: nothing to escape.  Number: an integer.  Boolean: its value.
     std::uint32_t size = 0;  ///< Text: bytes.  Array: elements.  Object: members.
     union {
-        const char* text;        ///< String, number.
-        std::size_t covers = 0;  ///< Container: its nodes, itself included.
-        const JsonNode* target;  ///< Link.
+        const char* text = nullptr;  ///< String, number.
+        const JsonNode* target;      ///< Link.
+        ContainerSpan span;          ///< Array, object.
     };
 };
 static_assert(sizeof(JsonNode) == 16);
@@ -47,9 +52,10 @@ inline JsonNode text_node(NodeKind kind, bool flag, std::string_view text) {
     return node;
 }
 
-inline JsonNode container_node(NodeKind kind, std::size_t size, std::size_t covers) {
+inline JsonNode container_node(NodeKind kind, std::size_t size, std::size_t nodes,
+                               std::size_t text_size) {
     JsonNode node{kind, false, static_cast<std::uint32_t>(size), {}};
-    node.covers = covers;
+    node.span = {static_cast<std::uint32_t>(nodes), static_cast<std::uint32_t>(text_size)};
     return node;
 }
 
@@ -58,13 +64,30 @@ inline bool is_container(const JsonNode& node) {
 }
 inline std::string_view node_text(const JsonNode& node) { return {node.text, node.size}; }
 
+/// Writers reserve so much: exact where nothing is escaped, generous elsewhere.
+inline std::size_t expected_text_size(const JsonNode& node) {
+    switch (node.kind) {
+        case NodeKind::kString:
+            return node.flag ? node.size + 2 : 2 * node.size + 2;
+        case NodeKind::kNumber:
+            return node.size;
+        case NodeKind::kArray:
+        case NodeKind::kObject:
+            return node.span.text_size;
+        case NodeKind::kLink:
+            return node.target->span.text_size;
+        default:
+            return 5;
+    }
+}
+
 /// The node itself, or what its link stands for.
 inline const JsonNode* resolve(const JsonNode* node) {
     return node->kind == NodeKind::kLink ? node->target : node;
 }
 /// The node behind the whole value at `node`.
 inline const JsonNode* step_over(const JsonNode* node) {
-    return node + (is_container(*node) ? node->covers : 1);
+    return node + (is_container(*node) ? node->span.nodes : 1);
 }
 
 /// One block of memory: this record, its nodes, its texts.

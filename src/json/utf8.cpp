@@ -1,109 +1,119 @@
 #include "json/utf8.h"
 
-#include <array>
 #include <cstdint>
 #include <cstring>
 
 namespace quorvane {
 namespace {
 
-// The validator is an automaton of nine states.  A row of the table holds, for one byte, the
-// successor of every state in a field of six bits; a state is the position of its own field, so
-// that one shift is one step and nothing waits for a load.
-enum State : std::uint64_t {
-    kAccept = 0,    // Between two characters.
-    kReject = 6,    // For good.
-    kOneMore = 12,  // One, two or three bytes 80..BF are missing.
-    kTwoMore = 18,
-    kThreeMore = 24,
-    kAfterE0 = 30,  // Second byte A0..BF, else the form is overlong.
-    kAfterEd = 36,  // Second byte 80..9F, else it is a surrogate.
-    kAfterF0 = 42,  // Second byte 90..BF, else the form is overlong.
-    kAfterF4 = 48,  // Second byte 80..8F, else it lies above U+10FFFF.
-};
-
-constexpr State after_lead(unsigned byte) {
-    if (byte < 0x80) return kAccept;
-    if (byte < 0xC2 || byte > 0xF4) return kReject;
-    if (byte < 0xE0) return kOneMore;
-    if (byte == 0xE0) return kAfterE0;
-    if (byte == 0xED) return kAfterEd;
-    if (byte < 0xF0) return kTwoMore;
-    if (byte == 0xF0) return kAfterF0;
-    return byte == 0xF4 ? kAfterF4 : kThreeMore;
-}
-
-constexpr std::uint64_t table_row(unsigned byte) {
-    const auto within = [byte](unsigned low, unsigned high, State next) {
-        return byte >= low && byte <= high ? next : kReject;
+// The length of the sequence at `at`, or 0 when it is not valid.
+std::size_t sequence_length(const char* at, const char* end) {
+    const auto byte = [&](std::ptrdiff_t i) {
+        return end - at > i ? static_cast<unsigned char>(at[i]) : 0U;
     };
-    return std::uint64_t{after_lead(byte)} << kAccept | std::uint64_t{kReject} << kReject |
-           std::uint64_t{within(0x80, 0xBF, kAccept)} << kOneMore |
-           std::uint64_t{within(0x80, 0xBF, kOneMore)} << kTwoMore |
-           std::uint64_t{within(0x80, 0xBF, kTwoMore)} << kThreeMore |
-           std::uint64_t{within(0xA0, 0xBF, kOneMore)} << kAfterE0 |
-           std::uint64_t{within(0x80, 0x9F, kOneMore)} << kAfterEd |
-           std::uint64_t{within(0x90, 0xBF, kTwoMore)} << kAfterF0 |
-           std::uint64_t{within(0x80, 0x8F, kTwoMore)} << kAfterF4;
+    const auto follows = [&](std::ptrdiff_t i) { return (byte(i) & 0xC0) == 0x80; };
+    const unsigned lead = byte(0);
+    const unsigned second = byte(1);
+    if (lead < 0x80) return 1;
+    if (lead < 0xC2 || lead > 0xF4 || !follows(1)) return 0;
+    if (lead < 0xE0) return 2;
+    if (lead == 0xE0 && second < 0xA0) return 0;  // Overlong.
+    if (lead == 0xED && second > 0x9F) return 0;  // A surrogate.
+    if (lead == 0xF0 && second < 0x90) return 0;  // Overlong.
+    if (lead == 0xF4 && second > 0x8F) return 0;  // Above U+10FFFF.
+    if (!follows(2)) return 0;
+    if (lead < 0xF0) return 3;
+    return follows(3) ? 4 : 0;
 }
 
-constexpr std::array<std::uint64_t, 256> make_table() {
-    std::array<std::uint64_t, 256> table{};
-    for (unsigned byte = 0; byte < table.size(); ++byte) table[byte] = table_row(byte);
-    return table;
-}
-
-constexpr std::array<std::uint64_t, 256> kTable = make_table();
-
-std::uint64_t step(std::uint64_t state, char byte) {
-    return kTable[static_cast<unsigned char>(byte)] >> (state & 63);
-}
-
-constexpr std::size_t kBlock = 64;
-
-bool is_ascii_block(const char* bytes) {
-    std::uint64_t words[kBlock / 8];
-    std::memcpy(words, bytes, kBlock);
-    std::uint64_t all = 0;
-    for (const std::uint64_t word : words) all |= word;
-    return (all & 0x8080808080808080U) == 0;
-}
-
-// The start of the first bad sequence; there is one, and `at` stands at or before it, between two
-// characters.
-std::size_t find_bad_sequence(std::string_view bytes, std::size_t at) {
-    std::uint64_t state = kAccept;
-    std::size_t start = at;
-    for (; at < bytes.size(); ++at) {
-        if ((state & 63) == kAccept) start = at;
-        state = step(state, bytes[at]);
-        if ((state & 63) == kReject) break;
+// Where the first bad sequence starts, or `end`; `at` stands between two characters.
+const char* skip_valid(const char* at, const char* end) {
+    while (at != end) {
+        const std::size_t length = sequence_length(at, end);
+        if (length == 0) break;
+        at += length;
     }
-    return start;
+    return at;
+}
+
+// Sixteen bytes in one register where the processor has such; the compiler knows how.  Processors
+// compare signed bytes best, so that 128 is taken off each: the order stays, 0x80 becomes 0.
+using Bytes = std::int8_t __attribute__((vector_size(16)));
+
+constexpr std::int8_t lowered(unsigned byte) {
+    return static_cast<std::int8_t>(static_cast<int>(byte) - 128);
+}
+
+constexpr std::int8_t kTopTwoBits = -64;
+constexpr std::int8_t kAllButLastBit = -2;
+
+Bytes load(const char* at) {
+    Bytes bytes;
+    std::memcpy(&bytes, at, sizeof bytes);
+    return bytes ^ lowered(0);
+}
+
+// The same rules for the sixteen bytes at `at`, each judged by itself and the three before it:
+// a set byte is one that must not stand there.
+Bytes misplaced(const char* at) {
+    const Bytes byte = load(at);
+    const Bytes last = load(at - 1);
+    const Bytes expected =
+        (last > lowered(0xBF)) | (load(at - 2) > lowered(0xDF)) | (load(at - 3) > lowered(0xEF));
+    const Bytes follows = (byte & kTopTwoBits) == lowered(0x80);
+    return (expected ^ follows) | ((byte & kAllButLastBit) == lowered(0xC0)) |
+           (byte > lowered(0xF4)) | ((last == lowered(0xE0)) & (byte < lowered(0xA0))) |
+           ((last == lowered(0xED)) & (byte > lowered(0x9F))) |
+           ((last == lowered(0xF0)) & (byte < lowered(0x90))) |
+           ((last == lowered(0xF4)) & (byte > lowered(0x8F)));
+}
+
+bool any(Bytes bytes) {
+    std::uint64_t halves[2];
+    std::memcpy(halves, &bytes, sizeof halves);
+    return (halves[0] | halves[1]) != 0;
+}
+
+constexpr std::ptrdiff_t kBlock = 64;
+constexpr std::ptrdiff_t kLookBack = 3;
+
+bool is_ascii_block(const char* at) {
+    const Bytes all = load(at) & load(at + 16) & load(at + 32) & load(at + 48);
+    return !any(all >= 0);
+}
+
+bool is_valid_block(const char* at) {
+    return !any(misplaced(at) | misplaced(at + 16) | misplaced(at + 32) | misplaced(at + 48));
+}
+
+// The start of the character that the byte before `at` belongs to, if it lacks bytes from `at` on,
+// else `at`.  kLookBack bytes stand before it.
+const char* character_start(const char* at) {
+    const auto byte = [at](std::ptrdiff_t back) { return static_cast<unsigned char>(at[-back]); };
+    if (byte(1) >= 0xC0) return at - 1;
+    if (byte(2) >= 0xE0) return at - 2;
+    return byte(3) >= 0xF0 ? at - 3 : at;
 }
 
 }  // namespace
 
 std::size_t valid_utf8_prefix(std::string_view bytes) {
-    const char* at = bytes.data();
-    const char* const end = at + bytes.size();
-    // Every boundary between blocks where the automaton stands between two characters.
-    std::size_t known_good = 0;
-    std::uint64_t state = kAccept;
-    while (static_cast<std::size_t>(end - at) >= kBlock) {
-        if ((state & 63) == kAccept) {
-            known_good = static_cast<std::size_t>(at - bytes.data());
-            if (is_ascii_block(at)) {
-                at += kBlock;
-                continue;
-            }
-        }
-        for (std::size_t i = 0; i < kBlock; ++i) state = step(state, at[i]);
-        if ((state & 63) == kReject) return find_bad_sequence(bytes, known_good);
+    const char* const begin = bytes.data();
+    const char* const end = begin + bytes.size();
+    const char* at = begin;
+    // So that there is something to look back at.
+    while (at != end && at - begin < kLookBack) {
+        const std::size_t length = sequence_length(at, end);
+        if (length == 0) return static_cast<std::size_t>(at - begin);
+        at += length;
+    }
+    // Before each step nothing before `at` is misplaced, but what stands there may want more.
+    while (end - at >= kBlock) {
+        if (is_ascii_block(at) ? character_start(at) != at : !is_valid_block(at)) break;
         at += kBlock;
     }
-    for (; at < end; ++at) state = step(state, *at);
-    return (state & 63) == kAccept ? bytes.size() : find_bad_sequence(bytes, known_good);
+    if (at - begin >= kLookBack) at = character_start(at);
+    return static_cast<std::size_t>(skip_valid(at, end) - begin);
 }
 
 char* put_utf8(char32_t code_point, char* out) {

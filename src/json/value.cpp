@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <limits>
 
 #include "json/number.h"
 #include "json/storage.h"
@@ -78,8 +79,18 @@ struct Builder {
                 add_copy(part);
                 part = step_over(part);
             }
-            copy->covers = static_cast<std::size_t>(node - copy);
+            copy->span.nodes = static_cast<std::uint32_t>(node - copy);
         }
+    }
+
+    // Makes `root` the container of the nodes behind it, which hold no containers but by links.
+    void finish(JsonNode* root, NodeKind kind, std::size_t size) const {
+        std::size_t text_size = 2;
+        for (const JsonNode* part = root + 1; part != node; ++part) {
+            text_size += expected_text_size(*part) + 1;
+        }
+        text_size = std::min<std::size_t>(text_size, std::numeric_limits<std::uint32_t>::max());
+        *root = container_node(kind, size, static_cast<std::size_t>(node - root), text_size);
     }
 
     JsonStorage* storage;
@@ -98,7 +109,7 @@ TreeSize tree_size(const JsonNode* value) {
     if (value->kind == NodeKind::kString || value->kind == NodeKind::kNumber) {
         total.text_bytes = value->size;
     } else if (is_container(*value)) {
-        const JsonNode* const end = value + value->covers;
+        const JsonNode* const end = value + value->span.nodes;
         for (const JsonNode* part = value + 1; part != end; part = step_over(part)) {
             const TreeSize size = tree_size(part);
             total.nodes += size.nodes;
@@ -117,13 +128,14 @@ JsonValue make_container(NodeKind kind, const std::vector<std::string_view>& key
     const std::size_t node_count = 1 + keys.size() + values.size();
     Builder builder(make_exact_storage(node_count, key_bytes));
     JsonStorage* ring = builder.storage;
-    *builder.node++ = container_node(kind, values.size(), node_count);
+    JsonNode* const root = builder.node++;
     for (std::size_t i = 0; i < values.size(); ++i) {
         if (!keys.empty()) builder.add_string(keys[i]);
         builder.add_reference(JsonAccess::node(values[i].view()));
         ring = join_rings(ring, JsonAccess::take_ring(values[i]));
     }
-    return JsonAccess::value(ring, builder.storage->nodes);
+    builder.finish(root, kind, values.size());
+    return JsonAccess::value(ring, root);
 }
 
 JsonValue make_text_value(NodeKind kind, bool flag, std::string_view text) {
@@ -289,7 +301,7 @@ JsonValue json_without_members(JsonValue object, std::span<const std::string_vie
         }
         key = step_over(key + 1);
     }
-    *root = container_node(NodeKind::kObject, kept, 1 + 2 * kept);
+    builder.finish(root, NodeKind::kObject, kept);
     return JsonAccess::value(join_rings(builder.storage, JsonAccess::take_ring(object)), root);
 }
 

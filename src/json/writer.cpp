@@ -16,7 +16,9 @@ constexpr std::size_t kSlack = 64;
 // The room behind the buffer's last byte.  The functions below hand the place of the next byte
 // from one to the next instead of keeping it in memory.
 struct Writer {
-    explicit Writer(ByteBuffer& target) : out(target) { open(kSlack); }
+    Writer(ByteBuffer& target, std::size_t expected_size) : out(target) {
+        open(expected_size + kSlack);
+    }
 
     // At least `size` bytes at the place returned, which is `at` or its successor after a move.
     char* room(char* at, std::size_t size) {
@@ -76,11 +78,16 @@ char* put_escaped(Writer& writer, char* at, std::string_view padded) {
     while (from < end) {
         at = writer.room(at, kSlack);
         std::memcpy(at, from, kScanWidth);
-        const std::size_t left = static_cast<std::size_t>(end - from);
-        const std::size_t run = std::min(scan::text_run(from), left);
+        const auto left = static_cast<std::size_t>(end - from);
+        const std::size_t run = scan::text_run(from);
+        if (run >= left) return at + left;
+        if (run == kScanWidth) {
+            at += kScanWidth;
+            from += kScanWidth;
+            continue;
+        }
         at += run;
         from += run;
-        if (run == kScanWidth || run == left) continue;
         const Escape& escape = kEscapes[static_cast<unsigned char>(*from) & 0x7F];
         std::memcpy(at, &escape, sizeof escape);
         at += escape.length;
@@ -160,9 +167,9 @@ char* put_container(Writer& writer, char* at, const JsonNode& container, std::si
 
 template <bool kIndented>
 void append_tree(JsonView value, ByteBuffer& out) {
-    Writer writer(out);
-    char* at = writer.start;
     const JsonNode* const node = JsonAccess::node(value);
+    Writer writer(out, node == nullptr ? 0 : expected_text_size(*node));
+    char* at = writer.start;
     at = node == nullptr ? put_word(at, "null") : put_value<kIndented>(writer, at, *node, 0);
     writer.close(at);
 }
@@ -186,7 +193,7 @@ ByteBuffer write_indented_json(JsonView value) {
 void append_json_string(std::string_view text, ByteBuffer& out) {
     // The text may end where its page does, so that it is looked at in padded pieces.
     std::array<char, 256 + kTextPadding> piece;
-    Writer writer(out);
+    Writer writer(out, text.size());
     char* at = writer.start;
     *at++ = '"';
     while (!text.empty()) {

@@ -8,8 +8,20 @@ void ByteBuffer::grow(std::size_t size) {
     constexpr std::size_t kSmallestBlock = 64;
     // A request beyond the ceiling ends in `reallocate`; cut here so that the sum cannot wrap.
     const std::size_t wanted = end_ + std::min(size, kMemoryCeilingBytes);
-    capacity_ = std::max({wanted, capacity_ + capacity_ / 2, kSmallestBlock});
-    block_ = static_cast<char*>(reallocate(block_, capacity_));
+    const std::size_t capacity = std::max({wanted, capacity_ + capacity_ / 2, kSmallestBlock});
+    if (capacity < kHugePageThreshold) {
+        capacity_ = capacity;
+        block_ = static_cast<char*>(reallocate(block_, capacity));
+    } else if (capacity_ >= kHugePageThreshold) {
+        block_ = static_cast<char*>(resize_pages(block_, capacity_, capacity));
+        capacity_ = page_block_size(capacity);
+    } else {
+        char* const pages = static_cast<char*>(allocate_pages(capacity));
+        if (block_ != nullptr) std::memcpy(pages + begin_, block_ + begin_, end_ - begin_);
+        quorvane::release(block_);
+        block_ = pages;
+        capacity_ = page_block_size(capacity);
+    }
 }
 
 }  // namespace quorvane

@@ -25,7 +25,7 @@ class ByteBuffer {
           capacity_(std::exchange(other.capacity_, 0)) {}
     ByteBuffer& operator=(ByteBuffer&& other) noexcept {
         if (this != &other) {
-            quorvane::release(block_);
+            give_back();
             block_ = std::exchange(other.block_, nullptr);
             begin_ = std::exchange(other.begin_, 0);
             end_ = std::exchange(other.end_, 0);
@@ -35,7 +35,7 @@ class ByteBuffer {
     }
     ByteBuffer(const ByteBuffer&) = delete;
     ByteBuffer& operator=(const ByteBuffer&) = delete;
-    ~ByteBuffer() { quorvane::release(block_); }
+    ~ByteBuffer() { give_back(); }
 
     /// A buffer of its own that holds the same bytes.
     [[nodiscard]] static ByteBuffer copy_of(std::string_view bytes) {
@@ -82,11 +82,20 @@ class ByteBuffer {
 
   private:
     void grow(std::size_t size);
+    void give_back() {
+        if (capacity_ < kHugePageThreshold) {
+            quorvane::release(block_);
+        } else {
+            release_pages(block_, capacity_);
+        }
+    }
 
     char* block_ = nullptr;
     std::size_t begin_ = 0;  // Invariant: begin_ <= end_ <= capacity_.
     std::size_t end_ = 0;
-    std::size_t capacity_ = 0;  // Of `block_`, in bytes; 0 exactly when it is null.
+    // Of `block_`, in bytes; 0 exactly when it is null.  From kHugePageThreshold on the block
+    // consists of pages.
+    std::size_t capacity_ = 0;
 };
 
 }  // namespace quorvane

@@ -44,6 +44,32 @@ void discount_block(void*) noexcept {}
 
 #endif
 
+void* map_pages(std::size_t size) noexcept {
+    const int flags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
+    void* const pages = mmap(nullptr, size, PROT_READ | PROT_WRITE, flags, -1, 0);
+    if (pages == MAP_FAILED) fatal_memory_limit();
+    return pages;
+}
+
+// Kernels from 6.7 on choose the boundary by themselves; for others what lies beside it is cut off.
+void* map_huge_pages(std::size_t size) noexcept {
+    char* pages = static_cast<char*>(map_pages(size));
+    const auto past_boundary = [&] {
+        return reinterpret_cast<std::uintptr_t>(pages) % kHugePageSize;
+    };
+    if (past_boundary() != 0) {
+        munmap(pages, size);
+        pages = static_cast<char*>(map_pages(size + kHugePageSize));
+        const std::size_t head = kHugePageSize - past_boundary();
+        munmap(pages, head);
+        munmap(pages + head + size, kHugePageSize - head);
+        pages += head;
+    }
+    // Advice only: a kernel without huge pages answers with an error that changes nothing.
+    madvise(pages, size, MADV_HUGEPAGE);
+    return pages;
+}
+
 }  // namespace
 
 void* allocate(std::size_t size) noexcept {
@@ -71,20 +97,31 @@ void release(void* block) noexcept {
 }
 
 void* allocate_pages(std::size_t size) noexcept {
-    check_room(size);
-    const int flags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
-    void* pages = mmap(nullptr, size, PROT_READ | PROT_WRITE, flags, -1, 0);
-    if (pages == MAP_FAILED) fatal_memory_limit();
-    bytes_in_use += size;
-    // Advice only: a kernel without huge pages answers with an error that changes nothing.
-    if (size >= kHugePageThreshold) madvise(pages, size, MADV_HUGEPAGE);
-    return pages;
+    const std::size_t block_size = page_block_size(size);
+    check_room(block_size);
+    bytes_in_use += block_size;
+    return size < kHugePageThreshold ? map_pages(block_size) : map_huge_pages(block_size);
+}
+
+void* resize_pages(void* pages, std::size_t old_size, std::size_t size) noexcept {
+    const std::size_t old_block_size = page_block_size(old_size);
+    const std::size_t block_size = page_block_size(size);
+    bytes_in_use -= old_block_size;
+    check_room(block_size);
+    bytes_in_use += block_size;
+    void* moved = mremap(pages, old_block_size, block_size, 0);
+    if (moved != MAP_FAILED) return moved;
+    // Between two such boundaries huge pages move as what they are.
+    void* const target = map_huge_pages(block_size);
+    moved = mremap(pages, old_block_size, block_size, MREMAP_MAYMOVE | MREMAP_FIXED, target);
+    if (moved == MAP_FAILED) fatal_memory_limit();
+    return moved;
 }
 
 void release_pages(void* pages, std::size_t size) noexcept {
     if (pages == nullptr) return;
-    munmap(pages, size);
-    bytes_in_use -= size;
+    munmap(pages, page_block_size(size));
+    bytes_in_use -= page_block_size(size);
 }
 
 std::size_t memory_in_use() noexcept { return bytes_in_use; }

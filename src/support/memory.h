@@ -27,13 +27,26 @@ inline constexpr std::size_t kMemoryCeilingBytes = std::size_t{1} << 30;
 /// Gives back a block of `allocate` or `reallocate`; null is allowed.
 void release(void* block) noexcept;
 
-/// Whole zeroed pages, counted in full but taken from the system only where they are touched;
-/// from kHugePageThreshold on the system is asked for huge pages, which halve the cost of a first
-/// touch.  `release_pages` wants the same size again.
+/// Whole zeroed pages, counted in full but taken from the system only where they are touched.
+///
+/// They pay from kHugePageThreshold on: such a block lies on a huge page's boundary, its size is
+/// rounded up to whole ones, and the system is asked for them, which makes a first touch four
+/// times cheaper than with small pages.
 [[nodiscard]] void* allocate_pages(std::size_t size) noexcept;
+/// Grows or shrinks a block of `old_size` bytes, by moving pages rather than bytes.
+[[nodiscard]] void* resize_pages(void* pages, std::size_t old_size, std::size_t size) noexcept;
+/// Gives back a block of `size` bytes; null is allowed.
 void release_pages(void* pages, std::size_t size) noexcept;
 
-inline constexpr std::size_t kHugePageThreshold = std::size_t{256} << 10;
+/// Touching one huge page costs as much as touching half a megabyte of small ones.
+inline constexpr std::size_t kHugePageThreshold = std::size_t{512} << 10;
+inline constexpr std::size_t kHugePageSize = std::size_t{2} << 20;
+
+/// The usable size of a block of pages that was asked for with `size`.
+[[nodiscard]] constexpr std::size_t page_block_size(std::size_t size) {
+    if (size < kHugePageThreshold) return size;
+    return (size + kHugePageSize - 1) / kHugePageSize * kHugePageSize;
+}
 
 /// Bytes counted at the moment.
 [[nodiscard]] std::size_t memory_in_use() noexcept;
