@@ -1,0 +1,105 @@
+"""What stands in front of a deployment: nginx with TLS, and dnsmasq that knows its name.
+
+    front.py FOLDER HOST PORT    answers for https://HOST, passing calls on to 127.0.0.1:PORT,
+                                 until SIGINT, SIGTERM or SIGHUP; says when it is ready
+
+For a namespace of its own (see `namespace`): it takes ports 53 and 443 and replaces resolv.conf.
+"""
+
+import os
+import pathlib
+import signal
+import socket
+import subprocess
+import sys
+import time
+
+from ca import Authority
+
+START_LIMIT_S = 10
+END_SIGNALS = {signal.SIGINT, signal.SIGTERM, signal.SIGHUP}
+
+NGINX = """
+user root; daemon off; master_process off; pid nginx.pid; error_log stderr;
+events {{}}
+http {{
+    access_log off;
+    client_body_temp_path body; proxy_temp_path proxy;
+    fastcgi_temp_path fastcgi; uwsgi_temp_path uwsgi; scgi_temp_path scgi;
+    client_max_body_size 9m;  # The service's own limit, and some more.
+    server {{
+        listen 127.0.0.1:443 ssl;
+        server_name {host};
+        ssl_certificate {host}.pem; ssl_certificate_key {host}.key;
+        location / {{
+            proxy_pass http://127.0.0.1:{port};
+            proxy_http_version 1.1;
+            proxy_set_header Host $http_host;
+            proxy_set_header X-Forwarded-Proto $scheme;
+        }}
+    }}
+}}
+"""
+
+
+class Front:
+    """Both servers, as a context; `trust_file` is what those who call must trust."""
+
+    def __init__(self, folder, host, port):
+        os.environ["PATH"] += ":/usr/sbin:/sbin"
+        self.folder = pathlib.Path(folder)
+        self.host = host
+        self.origin = f"https://{host}"
+        authority = Authority(self.folder)
+        authority.issue(host, host)
+        self.trust_file = authority.trust_file
+        (self.folder / "nginx.conf").write_text(NGINX.format(host=host, port=port))
+        self._processes = []
+
+    def __enter__(self):
+        # Only the name server is asked, by no other way than the one that resolv.conf tells.
+        self._replace("/etc/resolv.conf", "nameserver 127.0.0.1\n")
+        self._replace("/etc/nsswitch.conf", "hosts: dns\n")
+        try:
+            self._start("dnsmasq", "-d", "-C", "/dev/null", "--no-resolv", "--no-hosts",
+                        "--listen-address=127.0.0.1", "--bind-interfaces",
+                        f"--host-record={self.host},127.0.0.1", stderr=subprocess.DEVNULL)
+            self._start("nginx", "-p", self.folder, "-c", "nginx.conf", "-e", "stderr")
+            self._wait()
+        except BaseException:
+            self.__exit__()
+            raise
+        return self
+
+    def __exit__(self, *_):
+        for process in self._processes:
+            process.kill()  # They have nothing to lose, and inherit blocked signals.
+            process.wait()
+
+    def _replace(self, path, text):
+        if os.path.exists(path):
+            file = self.folder / os.path.basename(path)
+            file.write_text(text)
+            subprocess.run(["mount", "--bind", file, path], check=True)
+
+    def _start(self, *command, **options):
+        self._processes.append(subprocess.Popen(command, stdin=subprocess.DEVNULL, **options))
+
+    def _wait(self):
+        deadline = time.monotonic() + START_LIMIT_S
+        while True:
+            try:
+                return socket.create_connection((self.host, 443), START_LIMIT_S).close()
+            except OSError as error:
+                ended = [process.args[0] for process in self._processes if process.poll() is not None]
+                if ended or time.monotonic() > deadline:
+                    raise RuntimeError(f"{ended or self.origin}: {error}") from None
+            time.sleep(0.02)
+
+
+if __name__ == "__main__":
+    # Blocked from the first step to the last, so that none of them is left half done.
+    signal.pthread_sigmask(signal.SIG_BLOCK, END_SIGNALS)
+    with Front(*sys.argv[1:]) as front:
+        print(f"nginx on {front.origin}", flush=True)
+        signal.sigwait(END_SIGNALS)
