@@ -1,9 +1,11 @@
 #include "main/run_cli.h"
 #include "support/process.h"
 #include "support/standard_streams.h"
+#include "support/syscall.h"
 
 int main(int argc, char** argv) {
     quorvane::set_process_vectors(argc, argv);
     quorvane::secure_standard_streams();
-    return quorvane::run_cli();
+    // All is written.  Exit handlers, OpenSSL's above all, would only give memory back.
+    quorvane::kernel::exit(quorvane::run_cli());
 }
