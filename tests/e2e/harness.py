@@ -125,7 +125,7 @@ class Scene:
         self._listener.listen(16)
         self._waker.bind(("127.0.0.1", 0))
         self._thread = threading.Thread(target=self._serve)
-        self._scripts, self._errors = scripts, []
+        self._scripts = scripts
         self.over = threading.Event()
         self.connections: list[Any] = []
         self.port = int(self._listener.getsockname()[1])
@@ -144,8 +144,6 @@ class Scene:
         with self._waker, self._listener, self._folder:
             self._waker.connect(("127.0.0.1", self.port))
             self._thread.join()
-        if self._errors:
-            raise self._errors[0]
 
     def _serve(self) -> None:
         while True:
@@ -162,8 +160,6 @@ class Scene:
                         accepted.sendall(step) if isinstance(step, bytes) else step(connection)
                 except ConnectionError:
                     pass  # The client may leave whenever it wants to.
-                except Exception as error:  # pylint: disable=broad-except
-                    self._errors.append(error)
 
     @property
     def requests(self) -> list[bytes]:
@@ -242,18 +238,21 @@ class EndToEnd(unittest.TestCase):
                 future.result()
 
     def check(self, expected: Result, words: Any, scripts: Any = (), sent: Any = (),
-              changed: Any = (), prepare: Any = None, **options: Any) -> None:
-        """One run: its result, the exact calls sent (None: not looked at), and exactly these files
-        changed.  ORIGIN in their contents stands for the peer's."""
-        with Scene(*scripts) as scene:
+              changed: Any = (), prepare: Any = None, receive_buffer: int = 0,
+              **options: Any) -> None:
+        """One run: its result, the exact calls sent (None: not looked at), the files changed (to
+        None: gone).  ORIGIN in texts stands for the peer's, CREDENTIAL in names for its file."""
+        with Scene(*scripts, receive_buffer=receive_buffer) as scene:
             if prepare:
                 prepare(scene)
             before = scene.files()
             words = words.split() if isinstance(words, str) else words
+            file, url = str(scene.credential().relative_to(scene.home)), scene.origin.encode()
+            expected = expected._replace(err=expected.err.replace(b"ORIGIN", url))
             self.assertEqual(scene.run(*words, **options), expected)
             self.assertEqual(difference(before, scene.files()), {
-                name: (mode, content.replace(b"ORIGIN", scene.origin.encode()))
-                for name, (mode, content) in dict(changed).items()})
+                name.replace("CREDENTIAL", file): new and (new[0], new[1].replace(b"ORIGIN", url))
+                for name, new in dict(changed).items()})
         self.assertEqual(len(scene.requests), len(scripts))
         if sent is not None:
             self.assertEqual(scene.requests, [scene.request(*call) for call in sent])

@@ -3,6 +3,7 @@
 import json
 import socket
 import time
+from pathlib import Path
 from typing import Any
 
 from harness import (TOKEN, EndToEnd, Result, Scene, answer, bad, failing, good, read_request,
@@ -15,6 +16,7 @@ ADA = good("ada@example.org\n")
 STATUS = b"HTTP/1.1 200 OK\r\n"
 ACCOUNT, PROJECTS, LOGOUT = (("/api/v1/" + name,) for name in ("account", "projects", "logout"))
 META = '{"projectId":"p","baseUrl":"%s","revision":1}'
+LOST = bad("Cannot reach ORIGIN (HTTP 0, complete=false; HTTP transport)")
 
 
 def status(code: int) -> Result:
@@ -82,57 +84,56 @@ class Answers(EndToEnd):
             ("endless", status(200), filled(16777216), until_gone))
 
 
+def copy(text: bytes = b"") -> Any:
+    """Prepares a configuration that can be pushed."""
+    return lambda scene: ((scene.work / "c").write_bytes(b'{"a":"%s"}' % text),
+                          (scene.work / "c.sync.json").write_text(META % scene.origin))
+
+
 class Connections(EndToEnd):
     """What fails on the way ends in one line, within 10 s of silence, and changes no file."""
 
+    REFUSAL = answer({"error": "no"}, 409)
+    LARGE = {"prepare": copy(b"x" * 7_000_000), "receive_buffer": 4096}
+
     def test_broken(self) -> None:
-        large, small_buffer = b"x" * 7_000_000, {"receive_buffer": 4096}
-        self.rows((
-            ("reset", None, reply(reset)),
-            ("reset in the body", None, reply(answer(EMAIL)[:-1], reset)),
-            ("whole, then reset", bad("no"), reply(answer({"error": "no"}, 409), reset)),
-            ("closed at once", None, (), large, small_buffer),
-            ("reset in the request", None, (reset,), large, small_buffer),
-            ("answered early, closed", None, (answer({"error": "no"}, 413),), large, small_buffer),
-            ("answered early, read", bad("no"), (answer({"error": "no"}, 413), read_request),
-             large),
-        ), self.push)
+        self.rows([(name, expected, "config push -p p -f c", [script], None,
+                    {"prepare": copy(), **options}) for name, expected, script, options in (
+            ("reset", LOST, reply(reset), {}),
+            ("reset in the body", LOST, reply(self.REFUSAL[:-1], reset), {}),
+            ("whole, then reset", bad("no"), reply(self.REFUSAL, reset), {}),
+            ("closed at once", LOST, (), self.LARGE), ("reset", LOST, (reset,), self.LARGE),
+            ("answered early, closed", LOST, (self.REFUSAL,), self.LARGE),
+            ("answered early, read", bad("no"), (self.REFUSAL, read_request), self.LARGE))])
 
     def test_silent(self) -> None:
-        rows = (
-            ("no answer", None, reply(until_gone)),
-            ("half a head", None, reply(STATUS, until_gone)),
-            ("half a body", None, reply(answer(EMAIL)[:-1], until_gone)),
-            ("a body without an end", None, reply(STATUS + b"\r\n" + BODY, until_gone)),
-            ("no last chunk", None, reply(chunks(BODY), until_gone)),
-            ("whole", bad("no"), reply(answer({"error": "no"}, 409), until_gone)),
-            ("never reads", None, (until_over,), b"x" * 7_000_000, {"receive_buffer": 4096}))
-        with socket.socket() as full, socket.socket() as first:
+        with socket.socket() as full, socket.socket() as first, socket.socket() as deaf:
             full.bind(("127.0.0.1", 0))
             full.listen(0)
             first.connect(full.getsockname())  # Fills the line: further ones get no answer.
-            self.rows([*rows, ("no connection", None, (), b"", {"port": full.getsockname()[1]})],
-                      lambda *row, **options: self.push(*row, least=9.5, **options), workers=8)
+            deaf.bind(("127.0.0.1", 0))  # Does not listen.
+            self.rows([(name, 9.5, expected, "config push -p p -f c", [script], None,
+                        self.LARGE if script == (until_over,) else {"prepare": copy()})
+                       for name, expected, script in (
+                ("no answer", LOST, reply(until_gone)),
+                ("half a head", LOST, reply(STATUS, until_gone)),
+                ("half a body", LOST, reply(answer(EMAIL)[:-1], until_gone)),
+                ("a body without an end", LOST, reply(STATUS + b"\r\n" + BODY, until_gone)),
+                ("no last chunk", LOST, reply(chunks(BODY), until_gone)),
+                ("whole", bad("no"), reply(self.REFUSAL, until_gone)),
+                ("never reads", LOST, (until_over,)))] + [
+            (name, least, bad(LOST.err.decode()[:-1].replace("ORIGIN", origin)),
+             ["whoami", "--base-url", origin], {"prepare": lambda scene, origin=origin: (
+                 scene.credential().rename(scene.credential(origin)))})
+            for name, least, origin in (
+                ("no connection", 9.5, f"http://127.0.0.1:{full.getsockname()[1]}"),
+                ("refused", 0, f"http://localhost:0{deaf.getsockname()[1]}"))],
+                      self.check_time, workers=9)
 
-    def test_refused(self) -> None:
-        with socket.socket() as deaf:
-            deaf.bind(("127.0.0.1", 0))  # Bound but not listening.
-            self.push(None, (), port=deaf.getsockname()[1])
-
-    def push(self, expected: Result | None, script: Any, text: bytes = b"", least: float = 0,
-             port: int = 0, receive_buffer: int = 0) -> None:
-        with Scene(script, receive_buffer=receive_buffer) as scene:
-            origin = f"http://127.0.0.1:{port or scene.port}"
-            scene.credential().rename(scene.credential(origin))
-            (scene.work / "c").write_bytes(b'{"a":"%s"}' % text)
-            (scene.work / "c.sync.json").write_text(META % origin)
-            before, started = scene.files(), time.monotonic()
-            self.assertEqual(scene.run("config", "push", "-p=p", "--file=c", "--base-url", origin),
-                             expected or bad(f"Cannot reach {origin} (HTTP 0, complete=false;"
-                                             " HTTP transport)"))
-            self.assertTrue(least <= time.monotonic() - started < least + 5)
-            self.assertEqual(scene.files(), before)
-        self.assertEqual(len(scene.requests), int(not port))
+    def check_time(self, least: float, *row: Any, **options: Any) -> None:
+        started = time.monotonic()
+        self.check(*row, **options)
+        self.assertTrue(least <= time.monotonic() - started < least + 5)
 
 
 class Account(EndToEnd):
@@ -162,25 +163,20 @@ class Account(EndToEnd):
 
     def test_logout(self) -> None:
         by_hand, out = bad("Logged out; remove the local credential file manually"), "Signed out\n"
-        self.rows((
-            ("good", good(out)), ("refused", status(500), {"code": 500, "stays": True}),
-            ("file gone", by_hand, lambda file: file.unlink()),
-            ("empty folder", good(out), lambda file: (file.unlink(), file.mkdir())),
-            ("folder in use", by_hand,
-             lambda file: (file.unlink(), (file / "x").mkdir(parents=True)), {"stays": True}),
-            ("read-only", by_hand, {
-                "stays": True, "wrapper": failing("unlink,unlinkat,rmdir", "EROFS")}),
-        ), self.check_logout)
-
-    def check_logout(self, expected: Result, meanwhile: Any = lambda file: None, code: int = 200,
-                     stays: bool = False, wrapper: Any = ()) -> None:
-        with Scene(reply(lambda connection: meanwhile(connection.scene.credential()),
-                         answer({}, code))) as scene:
-            other = scene.credential("https://other")
-            other.write_text("{}")
-            self.assertEqual(scene.run("logout", wrapper=wrapper), expected)
-            self.assertEqual((scene.credential().exists(), other.exists()), (stays, True))
-        self.assertEqual(scene.requests, [scene.request(*LOGOUT)])
+        gone, folder = {"changed": {"CREDENTIAL": None}}, ("drwx------", b"")
+        self.rows([(name, expected, "logout", [reply(
+            lambda connection, meanwhile=meanwhile: meanwhile(connection.scene.credential()),
+            answer({}, code))], [LOGOUT], options)
+            for name, expected, meanwhile, code, options in (
+                ("good", good(out), Path.exists, 200, gone),
+                ("refused", status(500), Path.exists, 500, {}),
+                ("file gone", by_hand, Path.unlink, 200, gone),
+                ("empty folder", good(out), lambda file: (file.unlink(), file.mkdir()), 200, gone),
+                ("folder in use", by_hand, lambda file: (
+                    file.unlink(), file.mkdir(0o700), (file / "x").mkdir(0o700)), 200,
+                 {"changed": {"CREDENTIAL": folder, "CREDENTIAL/x": folder}}),
+                ("read-only", by_hand, Path.exists, 200,
+                 {"wrapper": failing("unlink,unlinkat,rmdir", "EROFS")}))])
 
     def test_secrets(self) -> None:
         """The token comes from the credential file and leaves in one header, seen call by call."""

@@ -250,8 +250,7 @@ class Browser(EndToEnd):
     def test_search(self) -> None:
         self.rows((
             ("first that can be run", ["~/b/xdg-open"], "~/none:~/plain:~/b:~/bin"),
-            ("empty components are no folder", ["~/bin/xdg-open"], "::~/bin:"),
-            ("nowhere", [], "~/none:~/plain"), ("empty", [], ""),
+            ("nowhere", [], "~/none:~/plain"),
             ("cannot be run after all", [], "~/bin:~/b", {"content": "#!/none\n"}),
             ("not wanted", [], "~/bin", "login --no-browser=false")), self.check_search)
 
@@ -259,13 +258,21 @@ class Browser(EndToEnd):
         records = self.sign_in(*words, **options)[1]
         self.assertEqual([record[0] for record in records], expected)
 
-    def test_default_path(self) -> None:
+    def test_candidates(self) -> None:
+        self.rows((("unset", ["/usr/local/bin", "/usr/bin", "/bin"]), ("empty", [], {"PATH": ""}),
+                   ("empty components", ["/a", "/b/"], {"PATH": "::/a::/b/:"})),
+                  self.check_candidates)
+
+    def check_candidates(self, expected: list[str], **path: str) -> None:
         """Nothing is started: every candidate is made to look absent."""
+        def prepare(scene: Scene) -> None:
+            del scene.environment["PATH"]
+            scene.environment |= path
         calls = "?access,?faccessat,?faccessat2"
-        with Login("login", prepare=lambda scene: scene.environment.pop("PATH"),
-                   wrapper=lambda scene: tracing("-o", f"{scene.home}/log", "-e", f"trace={calls}",
-                                                 "-e", f"inject={calls}:error=ENOENT")) as login:
+        with Login("login", prepare=prepare, wrapper=lambda scene: tracing(
+                "-o", f"{scene.home}/log", "-e", f"trace={calls}", "-e",
+                f"inject={calls}:error=ENOENT")) as login:
             self.assertEqual(login.approve(), CONNECTED)
             self.assertEqual(*login.ends())
-            self.assertEqual(re.findall(r'"(/[^"]*)/xdg-open"', (login.home / "log").read_text()),
-                             ["/usr/local/bin", "/usr/bin", "/bin"])
+            self.assertEqual(re.findall(r'"([^"]*)/xdg-open"', (login.home / "log").read_text()),
+                             expected)
