@@ -4,6 +4,7 @@
 // here they end the process silently, as every internal fault does; and since nothing of this
 // program can then throw, the exception machinery (with the pool it allocates at start) is not
 // linked in at all.
+// NOLINTBEGIN(bugprone-reserved-identifier): these are the names that the library calls.
 namespace std {
 
 [[noreturn]] void __glibcxx_assert_fail(const char*, int, const char*, const char*) noexcept {
@@ -17,3 +18,4 @@ namespace std {
 [[noreturn]] void __throw_out_of_range_fmt(const char*, ...) { quorvane::internal_fault(); }
 
 }  // namespace std
+// NOLINTEND(bugprone-reserved-identifier)
