@@ -5,10 +5,11 @@
 namespace quorvane {
 
 void ByteBuffer::grow(std::size_t size) {
-    constexpr std::size_t kSmallestBlock = 64;
+    // Parsers that adopt a buffer want a few readable bytes behind the last one.
+    constexpr std::size_t kTail = 64;
     // A request beyond the ceiling ends in `reallocate`; cut here so that the sum cannot wrap.
-    const std::size_t wanted = end_ + std::min(size, kMemoryCeilingBytes);
-    const std::size_t capacity = std::max({wanted, capacity_ + capacity_ / 2, kSmallestBlock});
+    const std::size_t wanted = end_ + std::min(size, kMemoryCeilingBytes) + kTail;
+    const std::size_t capacity = std::max(wanted, capacity_ + capacity_ / 2);
     if (capacity < kHugePageThreshold) {
         capacity_ = capacity;
         block_ = static_cast<char*>(reallocate(block_, capacity));

@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstdint>
-#include <limits>
 #include <string>
 
 #include "json/parser.h"
@@ -16,13 +14,8 @@ namespace {
 using std::string_view_literals::operator""sv;
 
 std::string compact(JsonView value) { return std::string(write_json(value).view()); }
-std::string indented(JsonView value) { return std::string(write_indented_json(value).view()); }
 
-JsonValue parsed(std::string_view text) {
-    JsonParseResult result = parse_json(text, {.reject_duplicate_keys = false});
-    EXPECT_TRUE(result.ok) << text;
-    return std::move(result.value);
-}
+JsonValue parsed(std::string_view text) { return parse_json(text).value; }
 
 TEST(JsonString, IsWrittenWithTheShortestEscapes) {
     const struct {
@@ -30,54 +23,42 @@ TEST(JsonString, IsWrittenWithTheShortestEscapes) {
         std::string_view written;
     } cases[] = {
         {"", R"("")"},
-        {"\x01", R"("\u0001")"},
-        {"\x1F\x7F", "\"\\u001f\x7F\""},
-        {"\0"sv, R"("\u0000")"},
+        {"\x01\x1F\x7F\0"sv, "\"\\u0001\\u001f\x7F\\u0000\""},
         {"\b\t\n\f\r\v", R"("\b\t\n\f\r\u000b")"},
         {R"(a/b"c\d)", R"("a/b\"c\\d")"},
         {"\xC3\xA9\xF0\x9F\x98\x80", "\"\xC3\xA9\xF0\x9F\x98\x80\""},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(compact(json_string(c.text)), c.written);
-        ByteBuffer appended = ByteBuffer::copy_of("x");
-        append_json_string(c.text, appended);
-        EXPECT_EQ(appended.view(), "x" + std::string(c.written));
-    }
+    for (const auto& c : cases) EXPECT_EQ(compact(json_string(c.text)), c.written);
     // Every length around the blocks that are looked at in one step, the escape at every place.
-    for (std::size_t size = 1; size < 300; size += size < 70 ? 1 : 41) {
+    for (std::size_t size = 1; size < 300; size += size < 40 ? 1 : 43) {
         for (std::size_t at = 0; at < size; ++at) {
             std::string text(size, 'x');
             text[at] = '"';
             std::string written = '"' + text + '"';
             written.insert(at + 1, 1, '\\');
             ASSERT_EQ(compact(json_string(text)), written);
-            ByteBuffer appended;
+            ByteBuffer appended = ByteBuffer::copy_of("x");
             append_json_string(text, appended);
-            ASSERT_EQ(appended.view(), written);
-            ASSERT_EQ(json_string(text).view().text(), text);
+            ASSERT_EQ(appended.view(), 'x' + written);
         }
     }
 }
 
 TEST(JsonNumber, KeepsItsTextAndItsRange) {
-    constexpr std::int64_t kMin = std::numeric_limits<std::int64_t>::min();
     const struct {
         std::string_view text;
         bool is_integer;
         bool fits;
         std::int64_t integer;
     } cases[] = {
-        {"0", true, true, 0},
         {"-0", true, true, 0},
         {"-42", true, true, -42},
-        {"9223372036854775807", true, true, std::numeric_limits<std::int64_t>::max()},
+        {"9223372036854775807", true, true, INT64_MAX},
         {"9223372036854775808", true, false, 0},
-        {"-9223372036854775808", true, true, kMin},
-        {"-9223372036854775809", true, false, 0},
+        {"-9223372036854775808", true, true, INT64_MIN},
         {"10000000000000000000", true, false, 0},
         {"1.50", false, false, 0},
         {"1e2", false, false, 0},
-        {"-0.5E-3", false, false, 0},
         {"1234567890123456E+0007", false, false, 0},
     };
     for (const auto& c : cases) {
@@ -92,85 +73,59 @@ TEST(JsonNumber, KeepsItsTextAndItsRange) {
             EXPECT_EQ(compact(value), c.text);
         }
     }
-    EXPECT_EQ(compact(json_integer(kMin)), "-9223372036854775808");
+    EXPECT_EQ(compact(json_integer(INT64_MIN)), "-9223372036854775808");
     EXPECT_EQ(json_integer(-7).view().integer(), -7);
 }
 
 TEST(JsonConstructors, RefuseWithNull) {
-    for (const std::string_view text : {"", "+1", "01", "1.", ".5", "1e", "-", "1 ", "--1", "1e+",
-                                        "0x1", "1.5.5", "NaN", "-a", "00"}) {
+    for (const std::string_view text :
+         {"", "+1", "01", "1.", ".5", "1e", "-", "1 ", "1e+", "0x1", "1.5.5", "-a"}) {
         EXPECT_TRUE(json_number_text(text).view().is_null()) << text;
     }
     EXPECT_TRUE(json_string("\xC0\x80").view().is_null());
-    EXPECT_TRUE(json_object({"\xED\xA0\x80"}, json_values(json_null())).view().is_null());
+    EXPECT_TRUE(json_object({"\xED\xA0\x80"}, json_values(json_bool(true))).view().is_null());
     EXPECT_TRUE(json_object({"a"}, json_values(json_null(), json_null())).view().is_null());
-    EXPECT_TRUE(json_object({"a", "b"}, json_values(json_null())).view().is_null());
 }
 
 TEST(JsonView, AnswersEveryQuestionOfEveryKind) {
     const JsonValue all = parsed(R"(["s", 7, true, [], {"k": [1, 2]}, null])");
-    for (const JsonView view : {JsonView(), json_null().view(), all.view()}) {
-        EXPECT_EQ(view.text(), "");
-        EXPECT_EQ(view.number().text, "");
-        EXPECT_FALSE(view.boolean());
-        EXPECT_FALSE(json_member(view, "k").present());
-        EXPECT_TRUE(json_get_string(view, "k").empty());
-    }
-    EXPECT_EQ(JsonView().kind(), JsonKind::kNull);
-    EXPECT_EQ(compact(JsonView()), "null");
     std::string kinds;
     for (const JsonView element : all.view().elements()) {
-        kinds += static_cast<char>('0' + static_cast<int>(element.kind()));
-        EXPECT_EQ(json_has_member(element, "k"), element.is_object());
+        kinds += std::to_string(static_cast<int>(element.kind()));
+        EXPECT_EQ(element.text().empty(), !element.is_string());
+        EXPECT_EQ(element.integer() == 7, element.is_number());
+        EXPECT_EQ(element.boolean(), element.is_boolean());
+        EXPECT_EQ(json_member(element, "k").size(), element.is_object() ? 2 : 0);
     }
-    EXPECT_EQ(kinds, "123450");
-    EXPECT_TRUE(all.view().members().begin() == all.view().members().end());
+    EXPECT_EQ(kinds + compact(JsonView()) + compact(json_copy(JsonView())), "123450nullnull");
 }
 
 TEST(JsonValue, ComposesAndTakesApart) {
-    JsonValue inner = parsed(R"({"id": 1, "list": [1, {"x": "\n"}], "id": 2, "last": {}})");
-    constexpr std::array kLeftOut = {"id"sv, "absent"sv};
+    JsonValue inner = parsed(R"({"id": 1, "list": [1, {"x": "\n"}], "id ": 2, "last": {}})");
+    constexpr std::array kLeftOut = {"id"sv, "id "sv, "absent"sv};
     JsonValue value = json_object(
         {"p", "config", "", "t"},
         json_values(json_string("\"q\""), json_without_members(std::move(inner), kLeftOut),
                     json_array(json_values(json_bool(true), json_array({}))), json_integer(5)));
-    const std::string text =
-        R"({"p":"\"q\"","config":{"list":[1,{"x":"\n"}],"last":{}},"":[true,[]],"t":5})";
-    EXPECT_EQ(compact(value), text);
-    EXPECT_EQ(indented(value), R"({
-  "p": "\"q\"",
-  "config": {
-    "list": [
-      1,
-      {
-        "x": "\n"
-      }
-    ],
-    "last": {}
-  },
-  "": [
-    true,
-    []
-  ],
-  "t": 5
-})");
+    EXPECT_EQ(compact(value),
+              R"({"p":"\"q\"","config":{"list":[1,{"x":"\n"}],"last":{}},"":[true,[]],"t":5})");
+    EXPECT_EQ(write_indented_json(value).view(),
+              "{\n  \"p\": \"\\\"q\\\"\",\n  \"config\": {\n    \"list\": [\n      1,\n      {\n"
+              "        \"x\": \"\\n\"\n      }\n    ],\n    \"last\": {}\n  },\n"
+              "  \"\": [\n    true,\n    []\n  ],\n  \"t\": 5\n}");
     EXPECT_EQ(json_get_string(value, "p"), "\"q\"");
     EXPECT_EQ(json_get_string(value, "t"), "");
 
+    // Taken out, put in, and taken out again.
     const JsonValue copy = json_copy(json_member(value, "config"));
-    // Links are followed, not linked to: taken out, put in, and taken out again.
     JsonValue again = json_array(json_values(json_take_member(std::move(value), "config")));
-    EXPECT_TRUE(value.view().is_null());
     EXPECT_EQ(compact(again), "[" + compact(copy) + "]");
-    again = json_object({"k"}, json_values(std::move(again)));
+    again = json_object({"k", "id"}, json_values(std::move(again), json_null()));
     EXPECT_EQ(compact(json_without_members(std::move(again), kLeftOut)),
               R"({"k":[{"list":[1,{"x":"\n"}],"last":{}}]})");
     EXPECT_EQ(compact(copy), R"({"list":[1,{"x":"\n"}],"last":{}})");
-
     EXPECT_TRUE(json_take_member(parsed(R"({"a":1})"), "b").view().is_null());
     EXPECT_EQ(compact(json_without_members(parsed("[1]"), kLeftOut)), "{}");
-    EXPECT_EQ(compact(json_copy(JsonView())), "null");
-    EXPECT_EQ(json_member(parsed(R"({"a":1,"a":2})"), "a").present(), true);
 }
 
 }  // namespace
