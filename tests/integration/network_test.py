@@ -333,11 +333,13 @@ class Exchanges(unittest.TestCase):
         self.assertEqual(probe("plain", "127.0.0.1", port, 500, 41)[0], WHOLE)
         self.assertEqual(probe("plain", "127.0.0.1", port, 500, 40)[0], CUT)
 
-    def test_tls_leaves_when_a_short_answer_is_whole(self):
+    def test_only_tls_leaves_when_a_short_answer_is_whole(self):
         mebibyte = LARGE[:1 << 20]
-        for body, least, most in ((mebibyte, 0, 1.9), (mebibyte + b"x", 2, 9)):
-            port = listen(over_tls(says(length(body), then=stay)))
-            line, got, seconds = probe("tls", "127.0.0.1", port, 2000, MAXIMUM)
+        for kind, wrap, body, least, most in (("tls", over_tls, mebibyte, 0, 1.9),
+                                              ("tls", over_tls, mebibyte + b"x", 2, 9),
+                                              ("plain", lambda script: script, b"x", 2, 9)):
+            port = listen(wrap(says(length(body), then=stay)))
+            line, got, seconds = probe(kind, "127.0.0.1", port, 2000, MAXIMUM)
             self.assertTrue(line == WHOLE and got == body)
             self.assertTrue(least <= seconds < most, seconds)
 

@@ -30,6 +30,8 @@ int run_exchange(const std::vector<std::string>& words) {
     PlainTransport plain(std::stoi(words[2]));
     TlsTransport tls(std::stoi(words[2]), words.size() > 6 ? words[6] : "");
     HttpTransport& transport = words[0] == "tls" ? static_cast<HttpTransport&>(tls) : plain;
+    // It fails, and a later success must clear its message.
+    if (words[0] == "tls") static_cast<void>(tls_connect({}));
     const ExchangeResult got = exchange(target, request, transport);
     std::printf("ok=%d status=%lld complete=%d error=%s\n", got.ok,
                 static_cast<long long>(got.response.status), got.complete,

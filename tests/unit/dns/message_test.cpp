@@ -31,9 +31,7 @@ TEST(EncodeDnsName, BoundsLabelsAndName) {
 }
 
 // A response to identifier 1 with these counts; one question "a" stands at offset 12.
-const std::string kQuestion =
-    "\x01"
-    "a\0\0\x01\0\x01"s;
+const std::string kQuestion = "\1a\0\0\x01\0\x01"s;
 std::string head(const std::string& flags, int questions, int answers) {
     return "\0\x01"s + flags + '\0' + static_cast<char>(questions) +
            static_cast<char>(answers / 256) + static_cast<char>(answers % 256) + "\0\0\0\0"s;
@@ -49,9 +47,7 @@ TEST(ParseDnsResponse, TakesAddressesByTheirOwnType) {
     const std::string aaaa = "\0\x1C\0\x01"s;
     const std::string four = record(pointer, a, "\x0A\0\0\x02"s);
     const std::string six = record(pointer, aaaa, "\x20\x01\x0D\xB8\0\0\0\0\0\0\0\0\0\0\0\x01"s);
-    const std::string alias = record(pointer, "\0\x05\0\x01"s,
-                                     "\x01"
-                                     "b\0"s);
+    const std::string alias = record(pointer, "\0\x05\0\x01"s, "\1b\0"s);
     std::string labels126;
     for (int i = 0; i < 126; ++i) labels126 += "\x01x";
     struct Row {
@@ -104,14 +100,10 @@ TEST(ParseDnsResponse, TakesAddressesByTheirOwnType) {
 }
 
 TEST(ParseDnsResponse, RefusesEveryProperPrefix) {
+    // The second record's name points into the first one's data, which ends in a pointer.
     const std::string whole = head("\x81\x80", 1, 2) + kQuestion +
-                              record("\xC0\x0C", "\0\x05\0\x01"s,
-                                     "\x01"
-                                     "b\xC0\x0C") +
-                              record(
-                                  "\x01"
-                                  "b\xC0\x0C",
-                                  "\0\x01\0\x01"s, "\1\2\3\4");
+                              record("\xC0\x0C", "\0\x05\0\x01"s, "\1b\xC0\x0C") +
+                              record("\xC0\x1F", "\0\x01\0\x01"s, "\1\2\3\4");
     for (std::size_t size = 0; size < whole.size(); ++size) {
         const std::vector<char> exact(whole.begin(), whole.begin() + static_cast<long>(size));
         EXPECT_FALSE(parse_dns_response({exact.data(), exact.size()}, 1).ok) << size;

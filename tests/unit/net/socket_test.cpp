@@ -60,6 +60,7 @@ TEST(Connect, GivesABlockingSocketThatSendsAtOnce) {
     EXPECT_EQ(kernel::fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
     EXPECT_EQ(kernel::fcntl(fd, F_GETFD), FD_CLOEXEC);
     EXPECT_EQ(kernel::fcntl(pair.server.get(), F_GETFD), FD_CLOEXEC);
+    EXPECT_EQ(kernel::fcntl(pair.listener.fd.get(), F_GETFD), FD_CLOEXEC);
     int no_delay = 0;
     socklen_t size = sizeof no_delay;
     EXPECT_EQ(kernel::getsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &no_delay, &size), 0);
@@ -131,10 +132,17 @@ TEST(FinishConnection, TheAnswerArrivesOverUnreadBytes) {
     Pair pair;
     EXPECT_EQ(send_all(pair.client.fd.get(), std::string(20'000, 'r')), 0);
     EXPECT_EQ(send_all(pair.server.get(), "answer"), 0);
-    finish_connection(std::move(pair.server), 50);
-    ByteBuffer got;
-    EXPECT_EQ(receive_some(pair.client.fd.get(), got, 100, 10'000).count, 6);
-    EXPECT_TRUE(receive_some(pair.client.fd.get(), got, 100, 10'000).end_of_stream);
+    std::thread peer([&] {
+        ByteBuffer got;
+        EXPECT_EQ(receive_some(pair.client.fd.get(), got, 100, 10'000).count, 6);
+        EXPECT_TRUE(receive_some(pair.client.fd.get(), got, 100, 10'000).end_of_stream);
+        EXPECT_EQ(send_all(pair.client.fd.get(), "late"), 0);  // After a reset it would fail.
+        pair.client.fd.close();
+    });
+    const std::int64_t start = monotonic_ms();
+    finish_connection(std::move(pair.server), 9'000);
+    EXPECT_LT(monotonic_ms() - start, 8'000);
+    peer.join();
 }
 
 }  // namespace
