@@ -3,7 +3,9 @@
 #include <malloc.h>
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 #include <string_view>
 
@@ -36,11 +38,39 @@ void count_block(void* block) noexcept {
 
 void discount_block(void* block) noexcept { bytes_in_use -= malloc_usable_size(block); }
 
+// The first few allocations come from a room of their own and stay there: a command that ends
+// early never sets up the heap, which would take 2 % of its start.  The room is small enough to
+// lie in the one page of variables that the loader touches in any case.
+constexpr std::size_t kFirstRoom = 3072;
+constexpr std::size_t kAlignment = alignof(std::max_align_t);
+alignas(kAlignment) char first_room[kFirstRoom];
+std::size_t first_room_used = 0;  // Invariant: a multiple of kAlignment.
+
+// Null when the room is used up.
+void* take_first_room(std::size_t size) noexcept {
+    if (size > kFirstRoom - first_room_used) return nullptr;
+    void* const block = first_room + first_room_used;
+    const std::size_t taken =
+        (std::max<std::size_t>(size, 1) + kAlignment - 1) / kAlignment * kAlignment;
+    first_room_used += taken;
+    bytes_in_use += taken;
+    return block;
+}
+
+// How many bytes of the room stand from `block` on; 0 when it is not in the room.
+std::size_t first_room_behind(const void* block) noexcept {
+    const std::uintptr_t offset =
+        reinterpret_cast<std::uintptr_t>(block) - reinterpret_cast<std::uintptr_t>(first_room);
+    return offset < kFirstRoom ? kFirstRoom - offset : 0;
+}
+
 #else
 
 void check_room(std::size_t) noexcept {}
 void count_block(void*) noexcept {}
 void discount_block(void*) noexcept {}
+void* take_first_room(std::size_t) noexcept { return nullptr; }
+std::size_t first_room_behind(const void*) noexcept { return 0; }
 
 #endif
 
@@ -74,6 +104,7 @@ void* map_huge_pages(std::size_t size) noexcept {
 
 void* allocate(std::size_t size) noexcept {
     check_room(size);
+    if (void* const early = take_first_room(size)) return early;
     void* block = std::malloc(size == 0 ? 1 : size);
     if (block == nullptr) fatal_memory_limit();
     count_block(block);
@@ -82,6 +113,10 @@ void* allocate(std::size_t size) noexcept {
 
 void* reallocate(void* block, std::size_t size) noexcept {
     if (block == nullptr) return allocate(size);
+    if (const std::size_t held = first_room_behind(block)) {
+        // The new block may be the one behind it, and the bytes between belong to neither.
+        return std::memmove(allocate(size), block, std::min(held, size));
+    }
     discount_block(block);
     check_room(size);
     void* moved = std::realloc(block, size == 0 ? 1 : size);
@@ -91,7 +126,7 @@ void* reallocate(void* block, std::size_t size) noexcept {
 }
 
 void release(void* block) noexcept {
-    if (block == nullptr) return;
+    if (block == nullptr || first_room_behind(block) != 0) return;
     discount_block(block);
     std::free(block);
 }
