@@ -64,7 +64,7 @@ int run_cli() {
                                   .user_umask = static_cast<unsigned>(user_umask)});
     }
 
-    const JsonValue credentials = load_credentials(origin);
+    const CredentialStore credentials = load_credentials(origin);
     const std::string_view token = json_get_string(credentials, "token");
     if (token.empty()) return fail("Run quorvane login first");
     return run_command(program, parsed, origin, token);

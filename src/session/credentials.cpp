@@ -23,7 +23,7 @@ std::string credential_path(const ServiceOrigin& origin) {
     return config_directory() + hex_lower(sha256(origin.text)) + ".json";
 }
 
-JsonValue load_credentials(const ServiceOrigin& origin) {
+CredentialStore load_credentials(const ServiceOrigin& origin) {
     return read_json_object(credential_path(origin));
 }
 

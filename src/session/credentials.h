@@ -13,6 +13,10 @@
 /// keep two files, and a person can be signed in to several deployments at once.
 namespace quorvane {
 
+/// What a credential file holds: the object that the sign-in returned, stored whole.  The client
+/// itself relies on one member, the string "token".
+using CredentialStore = JsonValue;
+
 /// The client's folder, ending in a slash.
 [[nodiscard]] std::string config_directory();
 
@@ -20,7 +24,7 @@ namespace quorvane {
 
 /// The stored object, or a null value when nobody is signed in: the file is missing, unreadable,
 /// not JSON within the application limits, or not an object.
-[[nodiscard]] JsonValue load_credentials(const ServiceOrigin& origin);
+[[nodiscard]] CredentialStore load_credentials(const ServiceOrigin& origin);
 
 /// Replaces the file atomically; false leaves the old one untouched.
 [[nodiscard]] bool save_credentials(const ServiceOrigin& origin, JsonView credentials);

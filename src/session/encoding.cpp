@@ -37,7 +37,7 @@ std::string base64url(std::span<const std::uint8_t> bytes) {
     return text;
 }
 
-std::string random_token() {
+RandomToken random_token() {
     constexpr std::size_t kTokenBytes = 24;
     const std::optional<std::string> bytes = secure_random_bytes(kTokenBytes);
     if (!bytes) return {};

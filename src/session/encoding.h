@@ -13,9 +13,11 @@ namespace quorvane {
 /// Base64 in the alphabet that is safe in URLs, without padding (RFC 4648 section 5).
 [[nodiscard]] std::string base64url(std::span<const std::uint8_t> bytes);
 
-/// 24 secure random bytes as 48 characters of lower-case hex, or the empty text when the kernel
-/// gave none.
-[[nodiscard]] std::string random_token();
+/// 24 secure random bytes as 48 characters of lower-case hex.
+using RandomToken = std::string;
+
+/// A fresh token, or the empty text when the kernel gave no random bytes.
+[[nodiscard]] RandomToken random_token();
 
 /// The S256 code challenge of a verifier (RFC 7636 4.2): base64url of the SHA-256 digest of its
 /// bytes exactly as they will be sent, 43 characters.

@@ -1,5 +1,6 @@
 #include "session/origin.h"
 
+#include "http/digits.h"
 #include "support/text.h"
 
 namespace quorvane {
@@ -17,18 +18,6 @@ bool is_authority(std::string_view text) {
         if (!is_authority_byte(byte)) return false;
     }
     return !text.empty();
-}
-
-// Leading zeros are read as decimal; the limit is tested after each digit, so nothing overflows.
-std::int32_t parse_port(std::string_view digits) {
-    if (digits.empty()) return -1;
-    std::int32_t port = 0;
-    for (const char byte : digits) {
-        if (!is_digit(byte)) return -1;
-        port = port * 10 + (byte - '0');
-        if (port > kMaxPort) return -1;
-    }
-    return port;
 }
 
 }  // namespace
@@ -52,7 +41,7 @@ ServiceOrigin parse_service_origin(std::string_view text) {
         origin.port = origin.tls ? 443 : 80;
     } else {
         origin.host = rest.substr(0, colon);
-        origin.port = parse_port(rest.substr(colon + 1));
+        origin.port = static_cast<std::int32_t>(parse_decimal(rest.substr(colon + 1), kMaxPort));
     }
 
     const bool local = origin.host == "localhost" || origin.host == "127.0.0.1";

@@ -7,7 +7,7 @@ namespace {
 
 char* no_environment[] = {nullptr};
 
-// The only process-wide values beside the memory count and the last TLS error.
+// The only process-wide values beside the memory count and OpenSSL with its last error.
 std::span<char* const> arguments_after_name;
 char** environment = no_environment;
 
