@@ -46,12 +46,12 @@ constexpr std::size_t kAlignment = alignof(std::max_align_t);
 alignas(kAlignment) char first_room[kFirstRoom];
 std::size_t first_room_used = 0;  // Invariant: a multiple of kAlignment.
 
-// Null when the room is used up.
+// Null when the room is used up.  `size` is at most the ceiling.
 void* take_first_room(std::size_t size) noexcept {
-    if (size > kFirstRoom - first_room_used) return nullptr;
-    void* const block = first_room + first_room_used;
     const std::size_t taken =
         (std::max<std::size_t>(size, 1) + kAlignment - 1) / kAlignment * kAlignment;
+    if (taken > kFirstRoom - first_room_used) return nullptr;
+    void* const block = first_room + first_room_used;
     first_room_used += taken;
     bytes_in_use += taken;
     return block;
