@@ -55,9 +55,8 @@ struct Builder {
         std::memset(text, 0, kTextPadding);
         *node++ = text_node(NodeKind::kString, nothing_to_escape(kept), kept);
     }
-    // A scalar is copied, its text stays where it is; a container is linked to.
+    // A scalar or a link is copied, texts stay where they are; a container is linked to.
     void add_reference(const JsonNode* value) {
-        value = resolve(value);
         *node = *value;
         if (is_container(*value)) {
             *node = JsonNode{NodeKind::kLink, false, 0, {}};

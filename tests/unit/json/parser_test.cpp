@@ -67,6 +67,7 @@ TEST(ParseJson, ReportsTheFirstFaultAndItsPlace) {
         {"[1,\"\xC0\x80\", oops", "invalid_unicode", "JSON input is not valid UTF-8", 4},
         {"1 2", "trailing_input", "trailing input after JSON value", 2},
         {"[+1]", "invalid_number", "invalid JSON number", 1},
+        {"01", "invalid_number", "invalid JSON number", 0},
         {"12-3", "invalid_number", "invalid JSON number", 0},
         {"-012345678901234567", "invalid_number", "invalid JSON number", 0},
         {R"({"a":1,"a":2})", "duplicate_key", "duplicate JSON object key", 10},
@@ -97,7 +98,7 @@ TEST(ParseJson, HoldsEveryLimitExactly) {
     constexpr Fault kNodes = {"node_limit", "JSON node count exceeds configured limit"};
     constexpr Fault kText = {"string_limit", "JSON string exceeds configured limit"};
     constexpr Fault kWide = {"node_limit", "JSON object member count exceeds configured limit"};
-    const std::string tower = std::string(64, '[') + "1";
+    const std::string tower(256, '[');
     const struct {
         JsonLimits limits;
         std::string_view accepted;
@@ -109,7 +110,7 @@ TEST(ParseJson, HoldsEveryLimitExactly) {
         {{.max_depth = 2}, "[[]]", "[[1]]", kDeep, 2},
         {{.max_depth = 1}, "{}", R"({"a" : x)", kDeep, 7},
         {{.max_depth = 1}, "[]", "[ ", kDeep, 2},
-        {kApplicationJsonLimits, "[]", tower, kDeep, 64},
+        {{.max_depth = 256}, "[]", tower, kDeep, 256},
         {{.max_nodes = 4}, R"({"a":[1,{}]})", R"({"a":[1,{}, x]})", kNodes, 12},
         {{.max_nodes = 1}, "[]", "[", kNodes, 1},
         {{.max_string_bytes = 4}, "\"a\\n\xC3\xA9\"", "\"abc\xC3\xA9\"", kText, 4},
@@ -149,14 +150,21 @@ TEST(ParseJson, DecodesStrings) {
         std::string_view input;
         std::string_view text;
     } cases[] = {
-        {R"("\"\\\/\b\f\n\r\t")", "\"\\/\b\f\n\r\t"},
+        {R"("\\")", "\\"},
+        {R"("\"\/\b\f\n\r\t")", "\"/\b\f\n\r\t"},
         {R"("\u0000\u007f\u0080\u07FF\u0800\uFFFF")",
          "\0\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF"sv},
         {R"("\uD83D\ude00\uD800\uDC00\uDBFF\uDFFF")",
          "\xF0\x9F\x98\x80\xF0\x90\x80\x80\xF4\x8F\xBF\xBF"},
         {"\"0123456789abcde\\n0123456789abcdef\x7F\"", "0123456789abcde\n0123456789abcdef\x7F"},
     };
-    for (const auto& c : cases) EXPECT_EQ(parse_json(c.input).value.view().text(), c.text);
+    for (const auto& c : cases) {
+        const JsonValue both = parse_json("[\"\\n\"," + std::string(c.input) + "]").value;
+        EXPECT_EQ((*++both.view().elements().begin()).text(), c.text);
+        EXPECT_EQ(
+            write_json(both).view(),
+            write_json(json_array(json_values(json_string("\n"), json_string(c.text)))).view());
+    }
 }
 
 // Each prefix in a buffer of exactly its size, so that the address sanitizer sees one byte more.

@@ -25,21 +25,23 @@ std::size_t character_length(std::string_view bytes) {
 
 TEST(ValidUtf8Prefix, JudgesEveryLeadAndEveryBoundOfWhatFollows) {
     constexpr unsigned char kBounds[] = {0x00, 0x7F, 0x80, 0x8F, 0x90, 0x9F, 0xA0, 0xBF, 0xC0};
-    // The bytes lie across the end of a block that is judged at once, and without anything around.
-    std::string around(150, 'a');
-    for (unsigned lead = 0; lead < 256; ++lead) {
-        for (std::size_t others = 0; others < 9 * 9 * 9; ++others) {
-            const unsigned char bytes[] = {static_cast<unsigned char>(lead), kBounds[others % 9],
-                                           kBounds[others / 9 % 9], kBounds[others / 81]};
-            around.replace(125, 4, reinterpret_cast<const char*>(bytes), 4);
-            std::size_t at = 125;
-            while (at < 129 && character_length(around.substr(at)) > 0) {
-                at += character_length(around.substr(at));
-            }
-            const std::size_t expected = at < 129 ? at : around.size();
-            ASSERT_EQ(valid_utf8_prefix(around), expected) << lead << ' ' << others;
-            const std::string alone = around.substr(125, 4);
-            ASSERT_EQ(valid_utf8_prefix(alone), std::min<std::size_t>(at - 125, 4));
+    for (std::size_t others = 0; others < 256 * 9 * 9 * 9; ++others) {
+        const unsigned char bytes[] = {static_cast<unsigned char>(others % 256),
+                                       kBounds[others / 256 % 9], kBounds[others / 256 / 9 % 9],
+                                       kBounds[others / 256 / 81]};
+        const std::string text(reinterpret_cast<const char*>(bytes), 4);
+        std::size_t valid = 0;
+        while (valid < 4) {
+            const std::size_t length = character_length(text.substr(valid));
+            if (length == 0 || length > 4 - valid) break;
+            valid += length;
+        }
+        ASSERT_EQ(valid_utf8_prefix(text), valid) << others;
+        // Across the end of a block that is judged at once, at 131.
+        for (std::size_t at = 128; at < 131; ++at) {
+            const std::string around = std::string(at, 'a') + text + std::string(90, 'a');
+            const std::size_t prefix = valid < 4 ? at + valid : around.size();
+            ASSERT_EQ(valid_utf8_prefix(around), prefix) << others << ' ' << at;
         }
     }
 }
