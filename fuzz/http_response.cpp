@@ -1,0 +1,54 @@
+// A response read at once, in place and in pieces: one verdict.  The first byte is the body limit,
+// the second the size of the pieces.
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "http/reader.h"
+
+namespace {
+
+void check(bool holds) {
+    if (!holds) __builtin_trap();
+}
+
+void check_chunks(std::string_view text, std::int64_t limit) {
+    const quorvane::ChunkedDecode decode = quorvane::decode_chunked(text, limit);
+    quorvane::ByteBuffer in_place = quorvane::ByteBuffer::copy_of(text);
+    check(quorvane::decode_chunked_in_place(in_place, limit) == decode.complete);
+    check(in_place.view() == decode.body);
+    check(std::ssize(decode.body) <= limit);
+    check(!(decode.complete && decode.error));
+    if (!decode.complete) return;
+    const std::string_view used = text.substr(0, static_cast<std::size_t>(decode.consumed));
+    check(quorvane::decode_chunked(used, limit).complete);
+    check(!quorvane::decode_chunked(used.substr(0, used.size() - 1), limit).complete);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    if (size < 2) return 0;
+    const std::int64_t limit = data[0];
+    const std::size_t piece = std::max<std::size_t>(data[1], 1);
+    const std::string_view text(reinterpret_cast<const char*>(data) + 2, size - 2);
+    check_chunks(text, limit);
+
+    const quorvane::ResponseParse parse =
+        quorvane::parse_response(quorvane::ByteBuffer::copy_of(text), limit);
+    quorvane::ResponseFraming framing(limit);
+    for (std::size_t end = 0; end < text.size(); end += piece) {
+        framing.advance(text.substr(0, end));
+        if (!framing.whole()) continue;
+        check(quorvane::parse_response(quorvane::ByteBuffer::copy_of(text.substr(0, end)), limit)
+                  .complete);
+        break;
+    }
+    framing.advance(text);
+    check(framing.whole() == parse.complete);
+    check(!parse.complete || framing.body_bytes() == std::ssize(parse.response.body.view()));
+    check(parse.ok == (parse.response.status >= 100));
+    return 0;
+}
