@@ -72,7 +72,7 @@ class Pull(EndToEnd):
 
     def test_bytes_that_are_no_text(self) -> None:
         with Scene(reply(PULLED), reply(PULLED)) as scene:
-            words = ("config", "--base-url=" + scene.origin, "pull", b"-p\xff"[:2], b"\xff")
+            words = ("config", "--base-url=" + scene.origin, "pull", "-p", b"\xff")
             self.assertEqual(scene.run(*words, b"--file=\xe9"), Result(0, b"Saved \xe9\n", b""))
             self.assertEqual((scene.work / os.fsdecode(b"\xe9.sync.json")).read_bytes(), metadata(
                 b"8", b"null").replace(b"ORIGIN", scene.origin.encode()))

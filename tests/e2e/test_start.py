@@ -144,3 +144,4 @@ class Streams(EndToEnd):
                 ("result", Result(0, b"", b""), *WHOAMI, {"stdout": stream}),
                 ("help", Result(0, b"", b""), "--help", {"stdout": stream}),
                 ("failure", Result(1, b"", b""), "x", {"stderr": stream}))])
+        self.check(good("\n"), *WHOAMI, wrapper=failing("write", "EINTR", "1"))
