@@ -107,6 +107,12 @@ bool set_server_name(ssl_st* session, std::string& host) {
                             host.data()) == 1;
 }
 
+// signal(7): on a socket with a time limit a process that was stopped and continued gets EINTR,
+// here and in the calls below; OpenSSL then takes the same call once more.
+int handshake(ssl_st* session) {
+    return kernel::retry_interrupted([session] { return openssl.SSL_connect(session); });
+}
+
 std::nullopt_t failed(std::string_view message) {
     last_error = message;
     return std::nullopt;
@@ -162,7 +168,7 @@ std::optional<TlsConnection> tls_connect(TlsSettings settings) {
     if (openssl.SSL_set_fd(session.get(), tcp.fd.get()) != 1) {
         return failed("TLS failed at socket_attach");
     }
-    if (openssl.SSL_connect(session.get()) != 1) return failed("TLS failed at handshake");
+    if (handshake(session.get()) != 1) return failed("TLS failed at handshake");
     // The verify mode has already stopped a bad chain; this holds even if that ever changed.
     if (openssl.SSL_get_verify_result(session.get()) != X509_V_OK) {
         return failed("TLS failed at certificate_verification");
@@ -179,8 +185,9 @@ bool tls_write(TlsConnection& connection, std::string_view bytes) {
     while (!bytes.empty()) {
         if (!connection.wait_writable()) return false;
         const std::size_t size = std::min(bytes.size(), kRecordBytes);
-        const int written =
-            openssl.SSL_write(connection.session(), bytes.data(), static_cast<int>(size));
+        const int written = kernel::retry_interrupted([&connection, bytes, size] {
+            return openssl.SSL_write(connection.session(), bytes.data(), static_cast<int>(size));
+        });
         if (written <= 0) return false;
         bytes.remove_prefix(static_cast<std::size_t>(written));
     }
@@ -191,7 +198,8 @@ ReceiveResult tls_read(TlsConnection& connection, ByteBuffer& into, std::int64_t
     ReceiveResult result;
     const int room = static_cast<int>(std::clamp<std::int64_t>(max_bytes, 1, kMaxReceiveBytes));
     char* const spare = into.spare(static_cast<std::size_t>(room));
-    const int count = openssl.SSL_read(connection.session(), spare, room);
+    const int count = kernel::retry_interrupted(
+        [&connection, spare, room] { return openssl.SSL_read(connection.session(), spare, room); });
     result.end_of_stream = count == 0;
     if (count < 0) result.error = -EIO;
     if (count > 0) {

@@ -110,8 +110,13 @@ HttpResponse connected_response() {
 std::optional<Callback> wait_for_callback(int listener, std::string_view state,
                                           std::string_view request_identifier) {
     const std::int64_t deadline = monotonic_ms() + kLoginLimitMs;
-    while (monotonic_ms() < deadline) {
-        if (wait_ready(listener, POLLIN, kWaitMs) <= 0) continue;
+    // Waits are counted too: a clock that the system refuses to read stands still at 0.
+    std::int64_t waits_left = kLoginLimitMs / kWaitMs;
+    while (monotonic_ms() < deadline && waits_left > 0) {
+        if (wait_ready(listener, POLLIN, kWaitMs) <= 0) {
+            --waits_left;
+            continue;
+        }
         FdHandle connection = accept_connection(listener);
         if (!connection.valid()) {
             // Out of descriptors, say: the connection stays ready, and asking again at once would

@@ -2,17 +2,17 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/types.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <type_traits>
 
 /// Every entry into the kernel, typed, and the only place that reads `errno`.
@@ -46,6 +46,18 @@ long call(long number, Arguments... arguments) {
 }
 
 }  // namespace detail
+
+/// Runs `operation`, which makes its kernel calls through a foreign library, again while it returns
+/// a negative value because a signal interrupted one of them.
+template <typename Operation>
+int retry_interrupted(const Operation& operation) {
+    int result = 0;
+    do {
+        errno = 0;
+        result = operation();
+    } while (result < 0 && errno == EINTR);
+    return result;
+}
 
 // Files.
 
