@@ -163,7 +163,10 @@ void ResponseFraming::advance(std::string_view received) {
     }
     const std::string_view body = received.substr(head_bytes_);
     if (state_ == State::kChunked) read_chunks(body);
-    if (state_ == State::kLength) whole_ = has_bytes(body, body_bytes_);
+    if (state_ == State::kLength) {
+        whole_ = has_bytes(body, body_bytes_);
+        missing_bytes_ = whole_ ? 0 : static_cast<std::size_t>(body_bytes_) - body.size();
+    }
 }
 
 HttpRequest parse_request(std::string_view received) {

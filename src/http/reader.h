@@ -47,6 +47,9 @@ class ResponseFraming {
     /// The size of a whole message's body, decoded.
     [[nodiscard]] std::int64_t body_bytes() const { return body_bytes_; }
 
+    /// How much is still to come of a body whose length was announced; of any other, 0.
+    [[nodiscard]] std::size_t missing_bytes() const { return missing_bytes_; }
+
   private:
     enum class State : std::uint8_t { kHead, kChunked, kLength, kEndless };
 
@@ -55,8 +58,9 @@ class ResponseFraming {
 
     std::int64_t body_limit_;
     std::int64_t body_bytes_ = 0;  // Under kLength, the length that was announced.
-    std::size_t searched_ = 0;     // The head's end does not begin before this.
-    std::size_t head_bytes_ = 0;   // With the empty line, once `state_` has left kHead.
+    std::size_t missing_bytes_ = 0;
+    std::size_t searched_ = 0;    // The head's end does not begin before this.
+    std::size_t head_bytes_ = 0;  // With the empty line, once `state_` has left kHead.
     ChunkScanner chunks_;
     State state_ = State::kHead;
     bool whole_ = false;

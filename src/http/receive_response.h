@@ -32,6 +32,10 @@ template <typename Read>
             return result;
         }
         framing.advance(result.bytes.view());
+        // What was announced gets its room at once, and so does the read that meets the end.
+        if (const std::size_t missing = framing.missing_bytes()) {
+            static_cast<void>(result.bytes.spare(missing + static_cast<std::size_t>(kReadBytes)));
+        }
         if (framing.whole() && framing.body_bytes() <= stop_body_bytes) return result;
     }
 }
