@@ -57,9 +57,9 @@ class Front:
         self._processes = []
 
     def __enter__(self):
-        # Only the name server is asked, by no other way than the one that resolv.conf tells.
+        # The name server of resolv.conf is asked, and nothing else that a system may have.
         self._replace("/etc/resolv.conf", "nameserver 127.0.0.1\n")
-        self._replace("/etc/nsswitch.conf", "hosts: dns\n")
+        self._replace("/etc/nsswitch.conf", "hosts: files dns\n")
         try:
             self._start("dnsmasq", "-d", "-C", "/dev/null", "--no-resolv", "--no-hosts",
                         "--listen-address=127.0.0.1", "--bind-interfaces",
