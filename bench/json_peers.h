@@ -63,6 +63,7 @@ struct RapidTree {
         return !document.HasParseError();
     }
     std::size_t write() {
+        text.Clear();
         rapidjson::Writer<rapidjson::StringBuffer> writer(text);
         document.Accept(writer);
         return text.GetSize();
