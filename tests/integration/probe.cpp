@@ -36,7 +36,8 @@ int run_exchange(const std::vector<std::string>& words) {
     std::printf("ok=%d status=%lld complete=%d error=%s\n", got.ok,
                 static_cast<long long>(got.response.status), got.complete,
                 std::string(last_tls_error()).c_str());
-    std::fwrite(got.response.body.view().data(), 1, got.response.body.size(), stdout);
+    const std::string_view received = got.response.body.view();
+    if (!received.empty()) std::fwrite(received.data(), 1, received.size(), stdout);
     return 0;
 }
 
