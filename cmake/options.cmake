@@ -3,6 +3,7 @@
 #   quorvane_sanitize   for everything that is compiled, empty unless QUORVANE_SANITIZE is set
 #   quorvane_product    for the layers and the program: no exceptions, hardened
 include(CheckCXXCompilerFlag)
+include(CheckLinkerFlag)
 
 add_library(quorvane_warnings INTERFACE)
 target_compile_options(quorvane_warnings INTERFACE
@@ -26,10 +27,11 @@ target_compile_options(quorvane_product INTERFACE -fno-exceptions -fno-rtti
 target_compile_definitions(quorvane_product INTERFACE _GLIBCXX_ASSERTIONS)
 
 # An option that the compiler does not know is left out here; the hardening check looks at the
-# built program, so that a silent loss is noticed.
+# built program, so that a silent loss is noticed.  -fno-strict-overflow is not among them: it makes
+# signed overflow wrap, and what wraps does not trap.
 if(NOT QUORVANE_SANITIZE)
     set(hardening -fstack-protector-strong -fstack-clash-protection -ftrivial-auto-var-init=zero
-        -fno-delete-null-pointer-checks -fno-strict-overflow)
+        -fno-delete-null-pointer-checks)
     if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
         list(APPEND hardening -fcf-protection=full)
     elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
@@ -53,4 +55,12 @@ if(NOT QUORVANE_SANITIZE)
     target_link_options(quorvane_product INTERFACE
         $<IF:$<BOOL:${QUORVANE_STATIC}>,-static-pie,-pie>
         -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack -Wl,-z,separate-code -Wl,--as-needed)
+    if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+        # Debian's start-up objects are not marked for shadow stacks, so the linker would leave the
+        # mark out; nothing in them or in ours touches a return address.
+        check_linker_flag(CXX -Wl,-z,shstk HAVE_shadow_stack_mark)
+        if(HAVE_shadow_stack_mark)
+            target_link_options(quorvane_product INTERFACE -Wl,-z,shstk)
+        endif()
+    endif()
 endif()
