@@ -15,6 +15,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -40,6 +41,12 @@ static int open_or_fail(const char* path, int flags) {
     return fd;
 }
 
+// Devices stay.
+static void remove_file(const char* path) {
+    struct stat status;
+    if (lstat(path, &status) == 0 && S_ISREG(status.st_mode)) unlink(path);
+}
+
 // The child shares this process's memory until its exec, so that nothing is copied for it.
 static pid_t start(char** command, int input, int output) {
     const pid_t child = vfork();
@@ -61,7 +68,8 @@ static void run(int number, const char* input_path, const char* output_path,
                 char** stages[kMostStages], int count) {
     pid_t children[kMostStages];
     int input = open_or_fail(input_path, O_RDONLY);
-    const int output = open_or_fail(output_path, O_WRONLY | O_CREAT | O_TRUNC);
+    remove_file(output_path);
+    const int output = open_or_fail(output_path, O_WRONLY | O_CREAT);
     const long long begin = wall_us();
     for (int i = 0; i < count; ++i) {
         int ends[2] = {-1, output};
@@ -87,18 +95,21 @@ static void run(int number, const char* input_path, const char* output_path,
 }
 
 int main(int argc, char** argv) {
-    if (argc < 5) {
-        fputs("launch RUNS INPUT OUTPUT COMMAND [ARGUMENT...] [:: COMMAND...]\n", stderr);
+    if (argc < 6) {
+        fputs("launch RUNS INPUT OUTPUT REMOVE COMMAND [ARGUMENT...] [:: COMMAND...]\n", stderr);
         return 2;
     }
     char** stages[kMostStages];
     int count = 0;
-    stages[count++] = &argv[4];
-    for (int i = 4; i < argc && count < kMostStages; ++i) {
+    stages[count++] = &argv[5];
+    for (int i = 5; i < argc && count < kMostStages; ++i) {
         if (strcmp(argv[i], "::") != 0) continue;
         argv[i] = NULL;
         stages[count++] = &argv[i + 1];
     }
-    for (int i = 0; i < atoi(argv[1]); ++i) run(i, argv[2], argv[3], stages, count);
+    for (int i = 0; i < atoi(argv[1]); ++i) {
+        remove_file(argv[4]);
+        run(i, argv[2], argv[3], stages, count);
+    }
     return 0;
 }
