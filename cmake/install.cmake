@@ -1,0 +1,84 @@
+# What `cmake --install` puts where.  The folders are those of GNUInstallDirs and can be changed
+# through its variables; nothing is installed outside them.
+include(GNUInstallDirs)
+
+option(QUORVANE_DEBIAN_LAYOUT "Install what stands beside the program where Debian wants it" OFF)
+set(zsh_folder site-functions)
+if(QUORVANE_DEBIAN_LAYOUT)
+    set(zsh_folder vendor-completions)
+endif()
+set(QUORVANE_ZSH_DIR ${CMAKE_INSTALL_DATADIR}/zsh/${zsh_folder} CACHE STRING
+    "Where zsh finds the completions of programs")
+
+# One moment for everything that carries a date: two builds of one commit give the same bytes.
+# https://reproducible-builds.org/specs/source-date-epoch/
+set(QUORVANE_EPOCH "$ENV{SOURCE_DATE_EPOCH}")
+if(QUORVANE_EPOCH STREQUAL "")
+    execute_process(COMMAND git log -1 --format=%ct WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
+        OUTPUT_VARIABLE QUORVANE_EPOCH OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+endif()
+if(NOT QUORVANE_EPOCH STREQUAL "")
+    set(ENV{SOURCE_DATE_EPOCH} ${QUORVANE_EPOCH})
+endif()
+
+# Adds `source`, compressed, to the files that are built and installed.
+find_program(QUORVANE_GZIP gzip)
+function(quorvane_install_compressed source folder)
+    cmake_path(GET source FILENAME name)
+    set(made ${PROJECT_BINARY_DIR}/install/${name}.gz)
+    # -n: neither name nor time go into the file.
+    add_custom_command(OUTPUT ${made} DEPENDS ${source} VERBATIM
+        COMMAND ${QUORVANE_GZIP} -9nc ${source} > ${made})
+    add_custom_target(compress_${name} ALL DEPENDS ${made})
+    install(FILES ${made} DESTINATION ${folder})
+endfunction()
+
+file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/install)
+
+install(TARGETS quorvane)
+install(PROGRAMS contrib/quorvane-doctor DESTINATION ${CMAKE_INSTALL_BINDIR})
+foreach(page quorvane.1 quorvane-doctor.1)
+    if(QUORVANE_GZIP)
+        quorvane_install_compressed(
+            ${PROJECT_SOURCE_DIR}/docs/${page} ${CMAKE_INSTALL_MANDIR}/man1)
+    else()
+        install(FILES docs/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+    endif()
+endforeach()
+install(FILES completions/quorvane.bash RENAME quorvane
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+install(FILES completions/_quorvane DESTINATION ${QUORVANE_ZSH_DIR})
+install(FILES completions/quorvane.fish
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+install(DIRECTORY docs/guides DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md")
+install(FILES packaging/copyright CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
+# What is linked into the program comes with its conditions.
+if(QUORVANE_STATIC)
+    string(REGEX MATCH "^[0-9]+" compiler_major ${CMAKE_CXX_COMPILER_VERSION})
+    foreach(package libssl-dev libc6-dev libstdc++-${compiler_major}-dev)
+        install(FILES /usr/share/doc/${package}/copyright RENAME ${package}.txt
+            DESTINATION ${CMAKE_INSTALL_DOCDIR}/licenses)
+    endforeach()
+    foreach(license Apache-2.0 GPL-3 LGPL-2.1)
+        install(FILES /usr/share/common-licenses/${license} RENAME ${license}.txt
+            DESTINATION ${CMAKE_INSTALL_DOCDIR}/licenses)
+    endforeach()
+endif()
+
+if(QUORVANE_DEBIAN_LAYOUT)
+    string(TIMESTAMP QUORVANE_DEBIAN_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC)
+    configure_file(packaging/debian-changelog.in install/changelog @ONLY)
+    quorvane_install_compressed(${PROJECT_BINARY_DIR}/install/changelog ${CMAKE_INSTALL_DOCDIR})
+endif()
+
+# A program carries nothing that it does not need to run, not even the compiler's name.
+install(CODE "
+    if(CMAKE_INSTALL_DO_STRIP)
+        execute_process(COMMAND_ERROR_IS_FATAL ANY COMMAND \"${CMAKE_STRIP}\" --strip-all
+            --remove-section=.comment --remove-section=.note
+            \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/quorvane\")
+    endif()")
+
+# Last, because it lists the files above as they were installed.
+include(cmake/spdx.cmake)
