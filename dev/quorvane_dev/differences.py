@@ -26,42 +26,29 @@ class Line:
     text: str
 
 
-def _all_lines(old: list[str], new: list[str]) -> list[Line] | None:
-    start = len(os.path.commonprefix([old, new]))
-    end = len(os.path.commonprefix([old[start:][::-1], new[start:][::-1]]))
-    old_end, new_end = len(old) - end, len(new) - end
-    if max(old_end, new_end) - start > MAX_LINES:
-        return None
-    matcher = difflib.SequenceMatcher(None, old[start:old_end], new[start:new_end])
-    spans = [("equal", 0, start, 0, start)]
-    spans += [(tag, a + start, b + start, c + start, d + start)
-              for tag, a, b, c, d in matcher.get_opcodes()]
-    spans += [("equal", old_end, len(old), new_end, len(new))]
-    lines: list[Line] = []
-    for tag, a, b, c, d in spans:
-        if tag == "equal":
-            lines += [Line(" ", a + i + 1, c + i + 1, old[a + i]) for i in range(b - a)]
-        else:
-            lines += [Line("-", i + 1, None, old[i]) for i in range(a, b)]
-            lines += [Line("+", None, i + 1, new[i]) for i in range(c, d)]
-    return lines
-
-
-def differences(old: str, new: str) -> list[Line] | None:
+def differences(old_text: str, new_text: str) -> list[Line] | None:
     """The changed lines and their surroundings: empty for equal texts, None for too many."""
-    lines = _all_lines(old.split("\n"), new.split("\n"))
-    if lines is None:
+    if old_text == new_text:
+        return []
+    old, new = old_text.split("\n"), new_text.split("\n")
+    # What is equal at both ends is skipped, but for the surroundings.
+    start = max(0, len(os.path.commonprefix([old, new])) - CONTEXT_LINES)
+    rest = max(0, len(os.path.commonprefix([old[start:][::-1], new[start:][::-1]])) - CONTEXT_LINES)
+    old_part, new_part = old[start:len(old) - rest], new[start:len(new) - rest]
+    if max(len(old_part), len(new_part)) > MAX_LINES:
         return None
-    shown = bytearray(len(lines))
-    for index, line in enumerate(lines):
-        if line.kind != " ":
-            first = max(0, index - CONTEXT_LINES)
-            last = min(len(lines), index + CONTEXT_LINES + 1)
-            shown[first:last] = b"\1" * (last - first)
-    result: list[Line] = []
-    for index, line in enumerate(lines):
-        if shown[index]:
-            result.append(line)
-        elif 1 in shown and (index == 0 or shown[index - 1]):
-            result.append(Line("@", None, None, ""))
-    return result
+    lines: list[Line] = []
+    shown = 0
+    matcher = difflib.SequenceMatcher(None, old_part, new_part)
+    for group in matcher.get_grouped_opcodes(CONTEXT_LINES):
+        if start + group[0][1] > shown:
+            lines.append(Line("@", None, None, ""))
+        for tag, a, b, c, d in group:
+            if tag == "equal":
+                lines += [Line(" ", start + a + i + 1, start + c + i + 1, old_part[a + i])
+                          for i in range(b - a)]
+            else:
+                lines += [Line("-", start + i + 1, None, old_part[i]) for i in range(a, b)]
+                lines += [Line("+", None, start + i + 1, new_part[i]) for i in range(c, d)]
+            shown = start + b
+    return lines if shown == len(old) else [*lines, Line("@", None, None, "")]

@@ -59,6 +59,13 @@ def excerpt(text: str, line: int, column: int) -> Html:
     return tag("<pre>{}</pre>", rows)
 
 
+def table(heads: Sequence[str], rows: Sequence[Sequence[object]]) -> Html:
+    """A table, which scrolls where the page is too narrow for it."""
+    return tag('<div class="wide"><table><thead><tr>{}</tr></thead><tbody>{}</tbody></table></div>',
+               [tag("<th>{}</th>", head) for head in heads],
+               [tag("<tr>{}</tr>", [tag("<td>{}</td>", cell) for cell in row]) for row in rows])
+
+
 def difference_table(lines: Sequence[Line] | None) -> Html:
     """The differences of two texts, or a sentence where there is nothing to show."""
     if lines is None:

@@ -21,7 +21,7 @@ from . import jsontext
 from .api import acceptable_configuration
 from .differences import differences
 from .jsontext import Invalid
-from .markup import Html, difference_table, excerpt, moment, notice, tag
+from .markup import Html, difference_table, excerpt, moment, notice, table, tag
 from .messages import HttpError, Request, Response, redirect
 from .store import Account, Authorization, Project, Refused, StaleRevision, Store
 
@@ -195,14 +195,12 @@ def _decide(visit: Visit) -> Response:
 
 
 def _sessions(visit: Visit) -> Response:
-    rows = [tag("<tr><td>{}</td><td>{}</td><td>{}</td></tr>", moment(session.created_at),
-                moment(session.used_at) if session.used_at else "never",
-                _form(visit, f"/sessions/{session.id}/revoke", tag("<button>Revoke</button>")))
+    rows = [(moment(session.created_at), moment(session.used_at) if session.used_at else "never",
+             _form(visit, f"/sessions/{session.id}/revoke", tag("<button>Revoke</button>")))
             for session in visit.store.sessions(visit.person().id)]
-    table = tag("<table><thead><tr><th>Signed in</th><th>Last used</th><th></th></tr></thead>"
-                "<tbody>{}</tbody></table>", rows)
-    return _page(visit, "Sessions", tag("<h1>Command lines signed in</h1>{}", table if rows else
-                                        tag("<p>None. <code>quorvane login</code> adds one.</p>")))
+    return _page(visit, "Sessions", tag(
+        "<h1>Command lines signed in</h1>{}", table(("Signed in", "Last used", ""), rows) if rows
+        else tag("<p>None. <code>quorvane login</code> adds one.</p>")))
 
 
 def _revoke(visit: Visit) -> Response:
@@ -304,26 +302,27 @@ def _editor_after_error(visit: Visit, project: Project, base: int, typed: str,
 
 def _conflict(visit: Visit, base: int, layout: str) -> Response:
     project = visit.project()
+    before = _stored_layout(visit.store.revision_text(project.id, base) or "{}")
     theirs = _stored_layout(project.text)
     return _editor(
         visit, project, layout,
         notice("bad", tag("<b>Not saved.</b> You edited revision {}, and revision {} has been saved"
                           " since then. Your text is below: change it where you need to, then save"
                           " it over revision {}.", base, project.revision, project.revision)),
-        tag("<h2>From revision {} to your text</h2>", project.revision),
+        tag("<h2>What has changed since revision {}</h2>", base),
+        difference_table(differences(before, theirs)),
+        tag("<h2>What saving your text would change</h2>"),
         difference_table(differences(theirs, layout)), status=409,
         button=f"Save over revision {project.revision}")
 
 
 def _history(visit: Visit) -> Response:
     project = visit.project()
-    rows = [tag('<tr><td><a href="/projects/{}/history/{}">Revision {}</a></td><td>{}</td>'
-                "<td>{}</td><td>{} characters</td></tr>", project.id, entry.number, entry.number,
-                moment(entry.saved_at), entry.source, f"{entry.size:,}")
+    rows = [(tag('<a href="/projects/{}/history/{}">Revision {}</a>', project.id, entry.number,
+                 entry.number), moment(entry.saved_at), entry.source, f"{entry.size:,} characters")
             for entry in visit.store.revisions(project.id)]
-    return _page(visit, f"History of {project.name}", _project_head(project, "History"), tag(
-        "<table><thead><tr><th>Revision</th><th>Saved</th><th>By way of</th><th>Size</th></tr>"
-        "</thead><tbody>{}</tbody></table>", rows))
+    return _page(visit, f"History of {project.name}", _project_head(project, "History"),
+                 table(("Revision", "Saved", "By way of", "Size"), rows))
 
 
 def _revision(visit: Visit) -> Response:
@@ -332,13 +331,15 @@ def _revision(visit: Visit) -> Response:
     text = visit.store.revision_text(project.id, number)
     if text is None:
         raise HttpError(404, "No such revision")
+    entry = visit.store.revisions(project.id)[project.revision - number]
     before = visit.store.revision_text(project.id, number - 1) or "{}"
     path = f"/projects/{project.id}/history"
-    links = [tag('<a href="{}/{}" accesskey="{}">{} revision {}</a> ', path, other, key, arrow,
-                 other)
-             for other, key, arrow in ((number - 1, "b", "\u2190"), (number + 1, "n", "\u2192"))
+    links = [tag('<a href="{}/{}" accesskey="{}">{}</a>', path, other, key, words.format(other))
+             for other, key, words in ((number - 1, "b", "\u2190 Revision {}"),
+                                       (number + 1, "n", "Revision {} \u2192"))
              if 0 < other <= project.revision]
-    content = [tag("<h2>Revision {}</h2><p>{}</p>", number, links)]
+    content = [tag('<h2>Revision {}</h2><p class="facts">Saved {}, by way of: {}</p>'
+                   '<p class="buttons">{}</p>', number, moment(entry.saved_at), entry.source, links)]
     if max(len(text), len(before)) > MAX_EDITED_CHARACTERS:
         content.append(notice("note", "This revision is too large for a page."))
     else:

@@ -17,6 +17,7 @@ from collections.abc import Iterator
 from contextlib import contextmanager
 from dataclasses import dataclass
 from pathlib import Path
+from typing import Any
 
 REQUEST_LIFETIME_S = 600
 """How long a sign-in request waits for the person at the browser."""
@@ -168,6 +169,11 @@ class Store:
                 raise
             self._db.execute("COMMIT")
 
+    def _run(self, sql: str, *values: object) -> list[Any]:
+        """One statement as a transaction of its own; the rows that it yields."""
+        with self._transaction() as db:
+            return db.execute(sql, values).fetchall()
+
     # Accounts, and who is signed in at which browser.
 
     def add_account(self, email: str, name: str) -> Account:
@@ -178,34 +184,29 @@ class Store:
 
     def accounts(self) -> list[Account]:
         """Everybody, in order of arrival."""
-        with self._transaction() as db:
-            return [Account(*row) for row in db.execute("SELECT * FROM accounts ORDER BY id")]
+        return [Account(*row) for row in self._run("SELECT * FROM accounts ORDER BY id")]
 
     def sign_in_browser(self, browser: str, account: int) -> None:
         """Remembers that `browser` (its cookie) acts for `account` from now on."""
-        with self._transaction() as db:
-            db.execute("INSERT OR REPLACE INTO browsers VALUES (?, ?)", (_digest(browser), account))
+        self._run("INSERT OR REPLACE INTO browsers VALUES (?, ?)", _digest(browser), account)
 
     def sign_out_browser(self, browser: str) -> None:
         """Forgets the browser."""
-        with self._transaction() as db:
-            db.execute("DELETE FROM browsers WHERE id = ?", (_digest(browser),))
+        self._run("DELETE FROM browsers WHERE id = ?", _digest(browser))
 
     def browser_account(self, browser: str) -> Account | None:
         """The account for which `browser` acts."""
-        with self._transaction() as db:
-            row = db.execute("SELECT a.* FROM accounts a JOIN browsers b ON b.account = a.id"
-                             " WHERE b.id = ?", (_digest(browser),)).fetchone()
-            return Account(*row) if row else None
+        rows = self._run("SELECT a.* FROM accounts a JOIN browsers b ON b.account = a.id"
+                         " WHERE b.id = ?", _digest(browser))
+        return Account(*rows[0]) if rows else None
 
     # Signing a command line in (RFC 7636) and out.
 
     def start_authorization(self, challenge: str, state: str, port: int) -> str:
         """Opens a sign-in request and returns its identifier."""
         identifier = secrets.token_hex(16)
-        with self._transaction() as db:
-            db.execute("INSERT INTO authorizations VALUES (?, ?, ?, ?, 'pending', ?, NULL, NULL)",
-                       (identifier, challenge, state, port, time.time()))
+        self._run("INSERT INTO authorizations VALUES (?, ?, ?, ?, 'pending', ?, NULL, NULL)",
+                  identifier, challenge, state, port, time.time())
         return identifier
 
     def _authorization(self, db: sqlite3.Connection, identifier: str) -> Authorization | None:
@@ -281,20 +282,17 @@ class Store:
 
     def revoke_token(self, token: str) -> None:
         """Ends the session of `token`."""
-        with self._transaction() as db:
-            db.execute("DELETE FROM sessions WHERE digest = ?", (_digest(token),))
+        self._run("DELETE FROM sessions WHERE digest = ?", _digest(token))
 
     def sessions(self, account: int) -> list[Session]:
         """The living sessions of an account, the newest first."""
-        with self._transaction() as db:
-            return [Session(*row) for row in db.execute(
-                "SELECT id, created_at, used_at FROM sessions WHERE account = ? ORDER BY id DESC",
-                (account,))]
+        return [Session(*row) for row in self._run(
+            "SELECT id, created_at, used_at FROM sessions WHERE account = ? ORDER BY id DESC",
+            account)]
 
     def revoke_session(self, account: int, session: int) -> None:
         """Ends one session of an account, if it is there."""
-        with self._transaction() as db:
-            db.execute("DELETE FROM sessions WHERE id = ? AND account = ?", (session, account))
+        self._run("DELETE FROM sessions WHERE id = ? AND account = ?", session, account)
 
     # Projects and their revisions.
 
@@ -310,15 +308,12 @@ class Store:
 
     def projects(self, account: int) -> list[Project]:
         """The projects of an account, by name."""
-        with self._transaction() as db:
-            rows = db.execute(_PROJECT + " ORDER BY p.name, p.id", (account,)).fetchall()
-        return [Project(*row) for row in rows]
+        return [Project(*row) for row in self._run(_PROJECT + " ORDER BY p.name, p.id", account)]
 
     def project(self, account: int, identifier: str) -> Project | None:
         """One project of an account; those of others are as good as missing."""
-        with self._transaction() as db:
-            row = db.execute(_PROJECT + " AND p.id = ?", (account, identifier)).fetchone()
-        return Project(*row) if row else None
+        rows = self._run(_PROJECT + " AND p.id = ?", account, identifier)
+        return Project(*rows[0]) if rows else None
 
     def save(self, project: str, base: int, text: str, source: str) -> int:
         """Makes `text` the project's next revision and returns its number.
@@ -337,14 +332,12 @@ class Store:
 
     def revisions(self, project: str) -> list[Revision]:
         """All revisions of a project, the newest first."""
-        with self._transaction() as db:
-            return [Revision(*row) for row in db.execute(
-                "SELECT number, source, saved_at, length(text) FROM revisions WHERE project = ?"
-                " ORDER BY number DESC", (project,))]
+        return [Revision(*row) for row in self._run(
+            "SELECT number, source, saved_at, length(text) FROM revisions WHERE project = ?"
+            " ORDER BY number DESC", project)]
 
     def revision_text(self, project: str, number: int) -> str | None:
         """The configuration of one revision."""
-        with self._transaction() as db:
-            row = db.execute("SELECT text FROM revisions WHERE project = ? AND number = ?",
-                             (project, number)).fetchone()
-        return str(row[0]) if row else None
+        rows = self._run("SELECT text FROM revisions WHERE project = ? AND number = ?",
+                         project, number)
+        return str(rows[0][0]) if rows else None
