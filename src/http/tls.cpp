@@ -39,6 +39,7 @@ namespace {
     USE(SSL_free)
 
 struct OpenSsl {
+// NOLINTNEXTLINE(bugprone-macro-parentheses): a name is declared, nothing is computed.
 #define QUORVANE_FIELD(name) decltype(&::name) name = nullptr;
     QUORVANE_OPENSSL_FUNCTIONS(QUORVANE_FIELD)
 #undef QUORVANE_FIELD
