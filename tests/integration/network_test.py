@@ -9,6 +9,7 @@ namespaces are not permitted the tests are skipped with status 77; with CI=true 
 import os
 import pathlib
 import shutil
+import signal
 import socket
 import ssl
 import struct
@@ -70,14 +71,19 @@ def in_thread(function, *arguments):
     threading.Thread(target=function, args=arguments, daemon=True).start()
 
 
+def wait_until(condition):
+    end = time.monotonic() + 20
+    while not condition():
+        if time.monotonic() > end:
+            raise TimeoutError
+        time.sleep(0.01)
+
+
 def start_server(case, command, ready):
     server = subprocess.Popen(command, stderr=subprocess.DEVNULL)
     case.addCleanup(server.wait)
     case.addCleanup(server.terminate)
-    end = time.monotonic() + 20
-    while not ready():
-        case.assertLess(time.monotonic(), end, command)
-        time.sleep(0.01)
+    wait_until(ready)
 
 
 # Name resolution.  A scripted server chooses its answers by the first label of the name.
@@ -342,6 +348,30 @@ class Exchanges(unittest.TestCase):
             line, got, seconds = probe(kind, "127.0.0.1", port, 2000, MAXIMUM)
             self.assertTrue(line == WHOLE and got == body)
             self.assertTrue(least <= seconds < most, seconds)
+
+    def test_a_stopped_process_goes_on(self):
+        def state(process):
+            return pathlib.Path(f"/proc/{process.pid}/stat").read_text().rpartition(") ")[2][0]
+
+        def check(_, script):
+            go = threading.Event()
+            port = listen(script(lambda _: go.wait(20)))
+            command = [BUILD / "network_probe", "tls", "127.0.0.1", str(port), "9000", "1000"]
+            with subprocess.Popen(command, stdout=subprocess.PIPE, env={
+                    **os.environ, "SSL_CERT_FILE": str(CA.trust_file)}) as process:
+                time.sleep(0.3)  # Time enough to be waiting; too little would hide a fault only.
+                process.send_signal(signal.SIGSTOP)
+                wait_until(lambda: state(process) == "T")
+                process.send_signal(signal.SIGCONT)
+                wait_until(lambda: state(process) in "SZ")
+                go.set()
+                self.assertEqual(process.stdout.read().decode(), WHOLE + "\nok")
+
+        answer = says(length(b"ok"))
+        check_rows(self, [
+            ("handshake", lambda pause: lambda peer: (pause(peer), over_tls(answer)(peer))),
+            ("answer", lambda pause: over_tls(lambda peer: (pause(peer), answer(peer)))),
+        ], check)
 
     def test_requests_that_nobody_reads(self):
         def check(kind, wrap):
