@@ -1,0 +1,97 @@
+"""Kernel calls seen and tampered with, by strace."""
+
+from __future__ import annotations
+
+import re
+import shutil
+from collections.abc import Iterator, Sequence
+from pathlib import Path
+from typing import NamedTuple
+
+STRACE = shutil.which("strace") or "strace"
+PRLIMIT = shutil.which("prlimit") or "prlimit"
+INJECTED = "(INJECTED"
+
+_BEGUN = re.compile(r"(\d+) +(\w+)\((.*)")
+_RESUMED = re.compile(r"(\d+) +<\.\.\. \w+ resumed>(.*)")
+
+
+class Call(NamedTuple):
+    """One kernel call of the program itself (its child's are not counted)."""
+
+    name: str
+    turn: int
+    """1 for the first of this name: what strace counts by."""
+    text: str
+    """Its arguments and result."""
+    before_main: bool
+    """Made by the system's loader, before the program had its first say."""
+    target: str
+    """What it is made on: `file` (one that the program makes), `socket`, `output`, or nothing."""
+
+
+def watching(log: Path) -> list[str]:
+    """A wrapper that writes all calls down."""
+    return [STRACE, "-f", "-qq", "--signal=none", "-o", str(log)]
+
+
+def tampering(log: Path, injections: Sequence[str], paths: Sequence[str] = ()) -> list[str]:
+    """A wrapper that breaks calls: `injections` as strace's inject option has them.
+
+    With `paths`, only calls on these are counted and broken.
+    """
+    names = ",".join("?" + injection.partition(":")[0] for injection in injections)
+    wrapper = [STRACE, "-f", "--seccomp-bpf", "-qq", "--signal=none", "-o", str(log),
+               "-e", f"trace={names}"]
+    for path in paths:
+        wrapper += ["-P", path]
+    for injection in injections:
+        wrapper += ["-e", f"inject={injection}"]
+    return wrapper
+
+
+def killing(log: Path, call: Call) -> list[str]:
+    """A wrapper that kills the program instead of letting it make `call`."""
+    # Without --seccomp-bpf: at the stops that it makes a signal comes too late, after the call.
+    return [STRACE, "-f", "-qq", "--signal=none", "-o", str(log), "-e", f"trace={call.name}",
+            "-e", f"inject={call.name}:signal=KILL:when={call.turn}"]
+
+
+def limiting(option: str) -> list[str]:
+    """A wrapper that lets the kernel keep a limit."""
+    return [PRLIMIT, option]
+
+
+def _whole_lines(log: Path) -> Iterator[str]:
+    """The lines, those put together that were cut by another process's."""
+    cut: dict[str, str] = {}
+    for line in log.read_text(errors="replace").splitlines():
+        if line.endswith("<unfinished ...>"):
+            cut[line.split()[0]] = line.removesuffix("<unfinished ...>")
+        elif resumed := _RESUMED.match(line):
+            yield cut.pop(resumed[1], "") + resumed[2]
+        else:
+            yield line
+
+
+def read_calls(log: Path) -> list[Call]:
+    """The calls of a watched run, in order."""
+    calls: list[Call] = []
+    turns: dict[str, int] = {}
+    targets = {"1": "output", "2": "output"}
+    program = ""
+    before_main = True
+    for line in _whole_lines(log):
+        found = _BEGUN.match(line)
+        if not found or found[1] != (program := program or found[1]):
+            continue
+        name, text = found[2], found[3]
+        # The first thing `main` does: see whether the standard streams are open.
+        before_main = before_main and not (name == "fcntl" and text.startswith("0, F_GETFD"))
+        turns[name] = turns.get(name, 0) + 1
+        target = targets.get(re.split("[^0-9]", text)[0], "")
+        calls.append(Call(name, turns[name], text, before_main, target))
+        if name in ("openat", "socket"):
+            made = "socket" if name == "socket" else "file" if "O_CREAT" in text else ""
+            targets[text.rpartition("= ")[2]] = made
+    return calls
