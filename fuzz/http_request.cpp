@@ -1,4 +1,4 @@
-// The parts of a request line stand where they were found.
+// The parts of a request line stand where they were found, and a callback is one to the letter.
 
 #include <cstddef>
 #include <cstdint>
@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "http/reader.h"
+#include "session/callback.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view text(reinterpret_cast<const char*>(data), size);
@@ -19,5 +20,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             __builtin_trap();
         }
     }
+    const auto code = quorvane::judge_callback(text, "S", "R");
+    if (!code) return 0;
+    const std::string query = "&" + request.query + "&";
+    const auto has = [&query](const std::string& part) { return query.find(part) != query.npos; };
+    if (!text.starts_with("GET /callback?") || text.find("\r\n\r\n") == text.npos) __builtin_trap();
+    if (!has("&state=S&") || !has("&request=R&")) __builtin_trap();
+    if (!code->empty() && !has("&code=" + *code + "&")) __builtin_trap();
     return 0;
 }
