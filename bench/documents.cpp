@@ -5,7 +5,7 @@
 namespace quorvane::bench {
 namespace {
 
-using std::string_literals::operator""s;
+using namespace std::string_literals;
 
 // The generator's numbers are the same everywhere; the distributions of the library are not.
 class Chance {

@@ -34,7 +34,7 @@ struct Padded {
 template <typename Tree>
 void parse(benchmark::State& state, DocumentKind kind, std::size_t size) {
     const Padded document(kind.make(size));
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         state.PauseTiming();  // For what hands over its input: the copy is not the parser's work.
         auto tree = std::make_unique<Tree>(document.view());
         state.ResumeTiming();
@@ -51,7 +51,7 @@ void write(benchmark::State& state, DocumentKind kind, std::size_t size) {
     const Padded document(kind.make(size));
     Tree tree(document.view());
     if (!tree.parse()) std::abort();
-    for (auto _ : state) benchmark::DoNotOptimize(tree.write());
+    for ([[maybe_unused]] auto _ : state) benchmark::DoNotOptimize(tree.write());
     count_bytes(state, document.size);
 }
 
@@ -59,7 +59,7 @@ void write_indented(benchmark::State& state, DocumentKind kind, std::size_t size
     const Padded document(kind.make(size));
     OurTree tree(document.view());
     if (!tree.parse()) std::abort();
-    for (auto _ : state) benchmark::DoNotOptimize(tree.write_indented());
+    for ([[maybe_unused]] auto _ : state) benchmark::DoNotOptimize(tree.write_indented());
     count_bytes(state, document.size);
 }
 

@@ -196,29 +196,35 @@ void compare_rapidjson(std::string_view input, const JsonParseResult& ours, bool
                        "rapidjson reads other content", input);
 }
 
-}  // namespace
-}  // namespace quorvane::bench
-
-int main(int argc, char** argv) {
-    using namespace quorvane;
-    const long documents = argc > 1 ? std::atol(argv[1]) : 200'000;
-    bench::Generator generator(argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 1);
-    bench::Counts counts;
+void run(long documents, std::uint64_t seed) {
+    Generator generator(seed);
+    Counts counts;
     JsonLimits limits = kApplicationJsonLimits;
     limits.reject_duplicate_keys = false;
     for (long i = 0; i < documents; ++i) {
         const std::string input = generator.document();
         reference::check_json(input);
         const JsonParseResult ours = parse_json(input, limits);
-        ++counts[ours.ok ? "accepted" : "refused: " + std::string(ours.error.message)];
+        ++counts[ours.ok ? "accepted" : std::string("refused: ").append(ours.error.message)];
         if (input.find('\0') != std::string::npos) {
             ++counts["both others end at a zero byte (not compared)"];
             continue;
         }
         const bool unique_keys = parse_json(input, kApplicationJsonLimits).ok;
-        bench::compare_nlohmann(input, ours, counts);
-        bench::compare_rapidjson(input, ours, unique_keys, counts);
+        compare_nlohmann(input, ours, counts);
+        compare_rapidjson(input, ours, unique_keys, counts);
     }
     for (const auto& [what, count] : counts) std::printf("%9ld %s\n", count, what.c_str());
+}
+
+}  // namespace
+}  // namespace quorvane::bench
+
+int main(int argc, char** argv) try {
+    const long documents = argc > 1 ? std::strtol(argv[1], nullptr, 10) : 200'000;
+    quorvane::bench::run(documents, argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 1);
     return 0;
+} catch (const std::exception& failure) {
+    std::fprintf(stderr, "%s\n", failure.what());
+    return 1;
 }

@@ -10,12 +10,13 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <map>
 #include <vector>
 
@@ -38,12 +39,14 @@ double cpu_us() {
 }
 
 double resident_bytes() {
-    long total = 0;
-    long resident = 0;
-    FILE* const file = std::fopen("/proc/self/statm", "re");
-    if (file == nullptr || std::fscanf(file, "%ld %ld", &total, &resident) != 2) std::abort();
-    std::fclose(file);
-    return static_cast<double>(resident * sysconf(_SC_PAGESIZE));
+    // The second number is that of the pages in memory.
+    char text[128] = {};
+    const int file = open("/proc/self/statm", O_RDONLY | O_CLOEXEC);
+    if (read(file, text, sizeof text - 1) <= 0) std::abort();
+    close(file);
+    const char* const second = std::strchr(text, ' ');
+    if (second == nullptr) std::abort();
+    return static_cast<double>(std::strtol(second, nullptr, 10) * sysconf(_SC_PAGESIZE));
 }
 
 template <typename Tree>
@@ -124,21 +127,22 @@ double median(std::vector<double> values) {
 
 Sample median_of(const std::vector<Sample>& samples) {
     const auto of = [&](double Sample::*field) {
-        std::vector<double> values;
-        for (const Sample& sample : samples) values.push_back(sample.*field);
+        std::vector<double> values(samples.size());
+        std::transform(samples.begin(), samples.end(), values.begin(),
+                       [field](const Sample& sample) { return sample.*field; });
         return median(std::move(values));
     };
     return {of(&Sample::parse_us), of(&Sample::write_us), of(&Sample::tree_bytes)};
 }
 
-void race(const char* self, const DocumentKind& kind, int rounds, std::size_t bytes) {
+void race(const char* self, const DocumentKind& kind, long rounds, std::size_t bytes) {
     const std::string document = kind.make(bytes);
     const int file = memfd_create("document", MFD_CLOEXEC);
     if (write(file, document.data(), document.size()) != static_cast<ssize_t>(document.size())) {
         std::abort();
     }
     std::map<std::string, std::vector<Sample>> samples;
-    for (int round = 0; round < rounds; ++round) {
+    for (long round = 0; round < rounds; ++round) {
         for (const Contender& contender : kContenders) {
             samples[contender.name].push_back(run_process(self, contender.name, file));
         }
@@ -162,7 +166,7 @@ void race(const char* self, const DocumentKind& kind, int rounds, std::size_t by
 int main(int argc, char** argv) {
     using namespace quorvane::bench;
     if (argc == 3 && std::strcmp(argv[1], "--child") == 0) return run_child(argv[2]);
-    const int rounds = argc > 1 ? std::atoi(argv[1]) : 21;
+    const long rounds = argc > 1 ? std::strtol(argv[1], nullptr, 10) : 21;
     const std::size_t bytes = argc > 2 ? std::strtoul(argv[2], nullptr, 10) : kFullSize;
     const char* const only = argc > 3 ? argv[3] : "";
     for (const DocumentKind& kind : kDocumentKinds) {

@@ -107,7 +107,7 @@ constexpr std::array<char, 128> make_simple_escapes() {
     std::array<char, 128> table{};
     constexpr std::string_view kPairs = "\"\"\\\\//b\bf\fn\nr\rt\t";
     for (std::size_t i = 0; i < kPairs.size(); i += 2) {
-        table[static_cast<std::size_t>(kPairs[i])] = kPairs[i + 1];
+        table[static_cast<unsigned char>(kPairs[i])] = kPairs[i + 1];
     }
     return table;
 }

@@ -52,7 +52,7 @@ constexpr std::array<Escape, 128> make_escapes() {
     }
     constexpr std::string_view kShort = "\bb\tt\nn\ff\rr\"\"\\\\";
     for (std::size_t i = 0; i < kShort.size(); i += 2) {
-        table[static_cast<std::size_t>(kShort[i])] = {{'\\', kShort[i + 1]}, 2};
+        table[static_cast<unsigned char>(kShort[i])] = {{'\\', kShort[i + 1]}, 2};
     }
     return table;
 }

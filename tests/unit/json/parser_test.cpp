@@ -10,7 +10,7 @@
 namespace quorvane {
 namespace {
 
-using std::string_view_literals::operator""sv;
+using namespace std::string_view_literals;
 
 void expect_error(std::string_view input, const JsonLimits& limits, std::string_view code,
                   std::string_view message, std::size_t offset) {
@@ -159,7 +159,8 @@ TEST(ParseJson, DecodesStrings) {
         {"\"0123456789abcde\\n0123456789abcdef\x7F\"", "0123456789abcde\n0123456789abcdef\x7F"},
     };
     for (const auto& c : cases) {
-        const JsonValue both = parse_json("[\"\\n\"," + std::string(c.input) + "]").value;
+        const std::string input = std::string(R"(["\n",)").append(c.input).append("]");
+        const JsonValue both = parse_json(input).value;
         EXPECT_EQ((*++both.view().elements().begin()).text(), c.text);
         EXPECT_EQ(
             write_json(both).view(),
@@ -186,16 +187,17 @@ TEST(ParseJson, FindsTheDuplicateAmongManyKeys) {
     JsonLimits keeping = kApplicationJsonLimits;
     keeping.reject_duplicate_keys = false;
     for (const int count : {2, 16, 17, 33, 100'000}) {
-        std::string members;
+        std::string members = "{";
         for (int i = 0; i < count - 1; ++i) {
-            members += "\"key " + std::to_string(i) + "\":{\"key 0\":[" + std::to_string(i) + "]},";
+            members.append("\"key ").append(std::to_string(i)).append(R"(":{"key 0":[1]},)");
         }
-        EXPECT_TRUE(parse_json("{" + members + "\"x\":1}", kApplicationJsonLimits).ok) << count;
+        EXPECT_TRUE(parse_json(members + "\"x\":1}", kApplicationJsonLimits).ok) << count;
         for (const int again : {0, count / 2 - 1, count - 2}) {
-            const std::string last = "\"key " + std::to_string(again) + "\"";
-            const std::string input = "{" + members + last + ":1}";
+            const std::string key =
+                std::string("\"key ").append(std::to_string(again)).append("\"");
+            const std::string input = std::string(members).append(key).append(":1}");
             expect_error(input, kApplicationJsonLimits, "duplicate_key",
-                         "duplicate JSON object key", 1 + members.size() + last.size());
+                         "duplicate JSON object key", members.size() + key.size());
             EXPECT_EQ(write_json(parse_json(input, keeping).value).view(), input);
         }
     }

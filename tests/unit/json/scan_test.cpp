@@ -25,7 +25,7 @@ std::size_t character_length(std::string_view bytes) {
 
 TEST(ValidUtf8Prefix, JudgesEveryLeadAndEveryBoundOfWhatFollows) {
     constexpr unsigned char kBounds[] = {0x00, 0x7F, 0x80, 0x8F, 0x90, 0x9F, 0xA0, 0xBF, 0xC0};
-    for (std::size_t others = 0; others < 256 * 9 * 9 * 9; ++others) {
+    for (std::size_t others = 0; others < std::size_t{256} * 9 * 9 * 9; ++others) {
         const unsigned char bytes[] = {static_cast<unsigned char>(others % 256),
                                        kBounds[others / 256 % 9], kBounds[others / 256 / 9 % 9],
                                        kBounds[others / 256 / 81]};

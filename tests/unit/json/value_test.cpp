@@ -11,7 +11,7 @@
 namespace quorvane {
 namespace {
 
-using std::string_view_literals::operator""sv;
+using namespace std::string_view_literals;
 
 std::string compact(JsonView value) { return std::string(write_json(value).view()); }
 
