@@ -411,12 +411,14 @@ FirstLook look_at(std::string_view input, const JsonLimits& limits) {
     return {};
 }
 
-// How many nodes an input can fill.  Each value and each key takes at least two bytes, its own
-// and a separator's or bracket's, but for the outermost value and the containers still open.  And
-// no more than `max_nodes` values come to pass, each with one key at most, and one more key.
+// How many nodes an input can fill.  In a whole document each value and each key has two bytes of
+// its own, one of them a separator's or bracket's, but for the outermost value, which may have one.
+// What was read of a broken one becomes whole by four bytes at most, and one for each container
+// that is still open.  And no more than `max_nodes` values come to pass, each with one key at most,
+// and one more key.
 std::size_t node_bound(std::size_t input_size, const JsonLimits& limits) {
-    const std::size_t by_size = input_size / 2 + static_cast<std::size_t>(limits.max_depth) + 4;
-    return std::min(by_size, 2 * static_cast<std::size_t>(limits.max_nodes) + 4);
+    const std::size_t by_size = (input_size + static_cast<std::size_t>(limits.max_depth)) / 2 + 3;
+    return std::min(by_size, 2 * static_cast<std::size_t>(limits.max_nodes) + 2);
 }
 
 StorageUse use_for(std::size_t input_size) {
