@@ -35,7 +35,7 @@ struct OurTree {
         return text.size();
     }
     std::size_t write_indented() {
-        text = write_indented_json(result.value);
+        text = write_pretty_json(result.value);
         return text.size();
     }
     ByteBuffer buffer;

@@ -38,11 +38,11 @@ inline void check_json(std::string_view input, const JsonLimits& limits) {
     if (!viewed.ok) return;
     JsonLimits roomy = limits;  // The indented text is longer than the input.
     roomy.max_input_bytes = 16'777'216;
-    const ByteBuffer indented = write_indented_json(viewed.value);
+    const ByteBuffer indented = write_pretty_json(viewed.value);
     const JsonParseResult again = parse_json(indented.view(), roomy);
     require(again.ok, "indented text is read", input);
     require(write_json(again.value).view() == expected.compact, "indented content", input);
-    require(write_indented_json(again.value).view() == indented.view(), "indented text", input);
+    require(write_pretty_json(again.value).view() == indented.view(), "indented text", input);
     require(write_json(json_copy(viewed.value)).view() == expected.compact, "copy", input);
 }
 

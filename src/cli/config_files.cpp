@@ -14,7 +14,7 @@ std::string metadata_path(std::string_view config_path) {
 }
 
 bool write_config_file(std::string_view path, JsonView config) {
-    ByteBuffer text = write_indented_json(config);
+    ByteBuffer text = write_pretty_json(config);
     text.append("\n");
     return write_file_atomic(path, text.view());
 }

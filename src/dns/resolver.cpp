@@ -70,13 +70,30 @@ DnsAnswer receive_answer(int fd, const sockaddr_in& server, std::uint16_t identi
     }
 }
 
-DnsAnswer ask_name_server(std::string_view host, std::uint16_t type, std::int64_t timeout_ms,
-                          std::string_view name_server) {
-    const std::optional<Ipv4Address> address = parse_ipv4(name_server);
+/// One query to come.
+struct DnsQuestion {
+    std::string_view host;
+    std::uint16_t type = kDnsTypeA;
+    std::int64_t timeout_ms = kDefaultDnsTimeoutMs;
+    std::string_view name_server;  ///< An IPv4 literal.
+};
+
+/// To 0.0.0.0 the kernel sends what is meant for this machine; the answer comes from 127.0.0.1.
+std::optional<Ipv4Address> server_address(std::string_view text) {
+    const std::optional<Ipv4Address> address = parse_ipv4(text);
+    if (address && address->bytes == Ipv4Address().bytes) return parse_ipv4("127.0.0.1");
+    return address;
+}
+
+DnsAnswer ask_name_server(const DnsQuestion& question) {
+    const std::optional<Ipv4Address> address = server_address(question.name_server);
+    const std::int64_t timeout_ms = question.timeout_ms;
     if (!address || timeout_ms < 0 || timeout_ms > kMaxReadyWaitMs) return query_failed(-EINVAL);
+    if (!encode_dns_name(question.host)) return query_failed(-EINVAL);
     const std::optional<std::uint16_t> identifier = random_identifier();
     if (!identifier) return query_failed(-EIO);
-    const std::optional<std::string> query = build_dns_query(host, *identifier, type);
+    const std::optional<std::string> query =
+        build_dns_query(question.host, *identifier, question.type);
     if (!query) return query_failed(-EINVAL);
 
     const long opened = kernel::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -101,8 +118,8 @@ DnsAnswer ask_name_server(std::string_view host, std::uint16_t type, std::int64_
 ResolveResult resolve_host(std::string_view host, std::int64_t timeout_ms,
                            std::string_view name_server) {
     const std::string server = name_server.empty() ? read_name_server() : std::string(name_server);
-    DnsAnswer ipv6 = ask_name_server(host, kDnsTypeAaaa, timeout_ms, server);
-    DnsAnswer ipv4 = ask_name_server(host, kDnsTypeA, timeout_ms, server);
+    DnsAnswer ipv6 = ask_name_server({host, kDnsTypeAaaa, timeout_ms, server});
+    DnsAnswer ipv4 = ask_name_server({host, kDnsTypeA, timeout_ms, server});
 
     ResolveResult result;
     result.addresses = std::move(ipv6.addresses);

@@ -28,9 +28,10 @@ struct ResolveResult {
 /// `timeout_ms` (0 to 600000).  `name_server` is an IPv4 literal, empty for that of the resolver
 /// file.
 ///
-/// A query fails with EINVAL, and sends nothing, when the host is no DNS name; with the error of
-/// the socket call that failed, ECONNREFUSED among them when the server's machine says that
-/// nothing listens there; and with EBADMSG on an unusable response.  Datagrams from any other
+/// A query fails with EINVAL, and sends nothing, when the host is no DNS name, the server no IPv4
+/// literal or the limit out of range; with EIO when the kernel gives no random identifier; with the
+/// error of the socket call that failed, ECONNREFUSED among them when the server's machine says
+/// that nothing listens there; and with EBADMSG on an unusable response.  Datagrams from any other
 /// address or port than the server's are dropped and the wait goes on.
 [[nodiscard]] ResolveResult resolve_host(std::string_view host,
                                          std::int64_t timeout_ms = kDefaultDnsTimeoutMs,

@@ -134,8 +134,9 @@ class JsonValue {
         : storage_(std::exchange(other.storage_, nullptr)),
           root_(std::exchange(other.root_, nullptr)) {}
     JsonValue& operator=(JsonValue&& other) noexcept {
-        std::swap(storage_, other.storage_);
-        std::swap(root_, other.root_);
+        JsonValue moved(std::move(other));
+        std::swap(storage_, moved.storage_);
+        std::swap(root_, moved.root_);
         return *this;
     }
     JsonValue(const JsonValue&) = delete;

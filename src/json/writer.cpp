@@ -178,33 +178,14 @@ void append_tree(JsonView value, ByteBuffer& out) {
 
 ByteBuffer write_json(JsonView value) {
     ByteBuffer out;
-    append_json(value, out);
+    append_tree<false>(value, out);
     return out;
 }
 
-void append_json(JsonView value, ByteBuffer& out) { append_tree<false>(value, out); }
-
-ByteBuffer write_indented_json(JsonView value) {
+ByteBuffer write_pretty_json(JsonView value) {
     ByteBuffer out;
     append_tree<true>(value, out);
     return out;
-}
-
-void append_json_string(std::string_view text, ByteBuffer& out) {
-    // The text may end where its page does, so that it is looked at in padded pieces.
-    std::array<char, 256 + kTextPadding> piece;
-    Writer writer(out, text.size());
-    char* at = writer.start;
-    *at++ = '"';
-    while (!text.empty()) {
-        const std::size_t size = std::min(text.size(), piece.size() - kTextPadding);
-        std::memcpy(piece.data(), text.data(), size);
-        at = put_escaped(writer, at, {piece.data(), size});
-        text.remove_prefix(size);
-    }
-    at = writer.room(at, kSlack);
-    *at++ = '"';
-    writer.close(at);
 }
 
 }  // namespace quorvane

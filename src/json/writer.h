@@ -17,14 +17,8 @@ namespace quorvane {
 /// The compact text: no blank and no newline outside strings.
 [[nodiscard]] ByteBuffer write_json(JsonView value);
 
-/// Appends the compact text.
-void append_json(JsonView value, ByteBuffer& out);
-
 /// The layout of files that people read: every element and member on a line of its own, indented
 /// by two blanks for each level, ": " behind keys; empty containers stay "{}" and "[]".
-[[nodiscard]] ByteBuffer write_indented_json(JsonView value);
-
-/// Appends `text`, which must be valid UTF-8, as a JSON string with its quotes.
-void append_json_string(std::string_view text, ByteBuffer& out);
+[[nodiscard]] ByteBuffer write_pretty_json(JsonView value);
 
 }  // namespace quorvane

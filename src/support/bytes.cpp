@@ -7,8 +7,9 @@ namespace quorvane {
 void ByteBuffer::grow(std::size_t size) {
     // Parsers that adopt a buffer want a few readable bytes behind the last one.
     constexpr std::size_t kTail = 64;
-    // A request beyond the ceiling ends in `reallocate`; cut here so that the sum cannot wrap.
-    const std::size_t wanted = end_ + std::min(size, kMemoryCeilingBytes) + kTail;
+    // Said here, before the sum could wrap, and also where nothing is counted.
+    if (size > kMemoryCeilingBytes - end_) fail_memory_limit();
+    const std::size_t wanted = end_ + size + kTail;
     const std::size_t capacity = std::max(wanted, capacity_ + capacity_ / 2);
     if (capacity < kHugePageThreshold) {
         capacity_ = capacity;

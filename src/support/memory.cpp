@@ -17,16 +17,10 @@ namespace {
 // Invariant: never above kMemoryCeilingBytes, so that a subtraction from it cannot wrap.
 std::size_t bytes_in_use = 0;
 
-[[noreturn]] void fatal_memory_limit() noexcept {
-    constexpr std::string_view kMessage = "memory limit exceeded\n";
-    static_cast<void>(kernel::write(2, kMessage.data(), kMessage.size()));
-    std::abort();
-}
-
 #ifdef QUORVANE_MEMORY_CEILING
 
 void check_room(std::size_t size) noexcept {
-    if (size > kMemoryCeilingBytes - bytes_in_use) fatal_memory_limit();
+    if (size > kMemoryCeilingBytes - bytes_in_use) fail_memory_limit();
 }
 
 // The allocator may hand out more than was asked for; what it handed out is what counts.
@@ -77,7 +71,7 @@ std::size_t first_room_behind(const void*) noexcept { return 0; }
 void* map_pages(std::size_t size) noexcept {
     const int flags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
     void* const pages = mmap(nullptr, size, PROT_READ | PROT_WRITE, flags, -1, 0);
-    if (pages == MAP_FAILED) fatal_memory_limit();
+    if (pages == MAP_FAILED) fail_memory_limit();
     return pages;
 }
 
@@ -102,11 +96,17 @@ void* map_huge_pages(std::size_t size) noexcept {
 
 }  // namespace
 
+void fail_memory_limit() noexcept {
+    constexpr std::string_view kMessage = "memory limit exceeded\n";
+    static_cast<void>(kernel::write(2, kMessage.data(), kMessage.size()));
+    std::abort();
+}
+
 void* allocate(std::size_t size) noexcept {
     check_room(size);
     if (void* const early = take_first_room(size)) return early;
     void* block = std::malloc(size == 0 ? 1 : size);
-    if (block == nullptr) fatal_memory_limit();
+    if (block == nullptr) fail_memory_limit();
     count_block(block);
     return block;
 }
@@ -120,7 +120,7 @@ void* reallocate(void* block, std::size_t size) noexcept {
     discount_block(block);
     check_room(size);
     void* moved = std::realloc(block, size == 0 ? 1 : size);
-    if (moved == nullptr) fatal_memory_limit();
+    if (moved == nullptr) fail_memory_limit();
     count_block(moved);
     return moved;
 }
@@ -149,7 +149,7 @@ void* resize_pages(void* pages, std::size_t old_size, std::size_t size) noexcept
     // Between two such boundaries huge pages move as what they are.
     void* const target = map_huge_pages(block_size);
     moved = mremap(pages, old_block_size, block_size, MREMAP_MAYMOVE | MREMAP_FIXED, target);
-    if (moved == MAP_FAILED) fatal_memory_limit();
+    if (moved == MAP_FAILED) fail_memory_limit();
     return moved;
 }
 
@@ -171,7 +171,7 @@ void* allocate_aligned(std::size_t size, std::align_val_t alignment) noexcept {
     quorvane::check_room(size);
     void* block = nullptr;
     const std::size_t boundary = static_cast<std::size_t>(alignment);
-    if (posix_memalign(&block, boundary, size) != 0) quorvane::fatal_memory_limit();
+    if (posix_memalign(&block, boundary, size) != 0) quorvane::fail_memory_limit();
     quorvane::count_block(block);
     return block;
 }

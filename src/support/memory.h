@@ -48,6 +48,9 @@ inline constexpr std::size_t kHugePageSize = std::size_t{2} << 20;
     return (size + kHugePageSize - 1) / kHugePageSize * kHugePageSize;
 }
 
+/// Ends the process as an allocation beyond the ceiling does.
+[[noreturn]] void fail_memory_limit() noexcept;
+
 /// Bytes counted at the moment.
 [[nodiscard]] std::size_t memory_in_use() noexcept;
 

@@ -39,9 +39,6 @@ TEST(JsonString, IsWrittenWithTheShortestEscapes) {
             std::string written = '"' + text + '"';
             written.insert(at + 1, 1, '\\');
             ASSERT_EQ(compact(json_string(text)), written);
-            ByteBuffer appended = ByteBuffer::copy_of("x");
-            append_json_string(text, appended);
-            ASSERT_EQ(appended.view(), 'x' + written);
         }
     }
 }
@@ -111,7 +108,7 @@ TEST(JsonValue, ComposesAndTakesApart) {
                     json_array(json_values(json_bool(true), json_array({}))), json_integer(5)));
     EXPECT_EQ(compact(value),
               R"({"p":"\"q\"","config":{"list":[1,{"x":"\n"}],"last":{}},"":[true,[]],"t":5})");
-    EXPECT_EQ(write_indented_json(value).view(),
+    EXPECT_EQ(write_pretty_json(value).view(),
               "{\n  \"p\": \"\\\"q\\\"\",\n  \"config\": {\n    \"list\": [\n      1,\n      {\n"
               "        \"x\": \"\\n\"\n      }\n    ],\n    \"last\": {}\n  },\n"
               "  \"\": [\n    true,\n    []\n  ],\n  \"t\": 5\n}");
