@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "support/memory.h"
 #include "support/random.h"
 
 namespace quorvane {
@@ -99,7 +100,7 @@ bool KeySet::follows_equal(const JsonNode* key) const {
 
 bool KeySet::add_slot(const JsonNode* key, KeySeed& seed) {
     if (!seed.drawn) draw(seed);
-    if (slots_.empty()) {
+    if (slots_ == nullptr) {
         // The keys that had tags only, all of them different.
         grow_table();
         const JsonNode* other = object_ + 1;
@@ -108,7 +109,7 @@ bool KeySet::add_slot(const JsonNode* key, KeySeed& seed) {
             slots_[find_slot(hash, other)] = {hash, static_cast<std::uint32_t>(other - object_)};
         }
     }
-    if (2 * (count_ + 1) > slots_.size()) grow_table();
+    if (2 * (count_ + 1) > slot_count_) grow_table();
     const auto hash = static_cast<std::uint32_t>(hash_key(node_text(*key), seed.words));
     Slot& slot = slots_[find_slot(hash, key)];
     if (slot.key != 0) return false;
@@ -119,7 +120,7 @@ bool KeySet::add_slot(const JsonNode* key, KeySeed& seed) {
 
 // The slot that holds an equal key, or the empty one where `key` belongs.
 std::size_t KeySet::find_slot(std::uint32_t hash, const JsonNode* key) const {
-    const std::size_t mask = slots_.size() - 1;
+    const std::size_t mask = slot_count_ - 1;
     std::size_t at = hash & mask;
     while (slots_[at].key != 0) {
         if (slots_[at].hash == hash && same_text(object_ + slots_[at].key, key)) break;
@@ -130,14 +131,32 @@ std::size_t KeySet::find_slot(std::uint32_t hash, const JsonNode* key) const {
 
 void KeySet::grow_table() {
     constexpr std::size_t kFirst = 64;
-    std::vector<Slot> old(slots_.empty() ? kFirst : 4 * slots_.size());
-    old.swap(slots_);
-    const std::size_t mask = slots_.size() - 1;
-    for (const Slot& slot : old) {
-        if (slot.key == 0) continue;
-        std::size_t at = slot.hash & mask;
-        while (slots_[at].key != 0) at = (at + 1) & mask;
-        slots_[at] = slot;
+    const std::size_t count = slots_ == nullptr ? kFirst : 4 * slot_count_;
+    Slot* const slots = make_slots(count);
+    for (std::size_t i = 0; i < slot_count_; ++i) {
+        if (slots_[i].key == 0) continue;
+        std::size_t at = slots_[i].hash & (count - 1);
+        while (slots[at].key != 0) at = (at + 1) & (count - 1);
+        slots[at] = slots_[i];
+    }
+    if (slots_ != nullptr) release_slots(slots_, slot_count_);
+    slots_ = slots;
+    slot_count_ = count;
+}
+
+// Large tables lie in pages, which come zeroed.
+KeySet::Slot* KeySet::make_slots(std::size_t count) {
+    const std::size_t size = count * sizeof(Slot);
+    if (size >= kHugePageThreshold) return static_cast<Slot*>(allocate_pages(size));
+    return static_cast<Slot*>(std::memset(allocate(size), 0, size));
+}
+
+void KeySet::release_slots(Slot* slots, std::size_t count) {
+    const std::size_t size = count * sizeof(Slot);
+    if (size >= kHugePageThreshold) {
+        release_pages(slots, size);
+    } else {
+        release(slots);
     }
 }
 

@@ -3,7 +3,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
 #include "json/storage.h"
 
@@ -25,6 +24,11 @@ class KeySet {
   public:
     /// Of the object whose node is `object`; its members follow as they are parsed.
     explicit KeySet(const JsonNode* object) : object_(object) {}
+    KeySet(const KeySet&) = delete;
+    KeySet& operator=(const KeySet&) = delete;
+    ~KeySet() {
+        if (slots_ != nullptr) release_slots(slots_, slot_count_);
+    }
 
     /// Takes in the object's next key, a node behind the members before it.  False when the
     /// object has an equal key.
@@ -36,9 +40,12 @@ class KeySet {
     static constexpr std::size_t kScannedKeys = 16;
 
     struct Slot {
-        std::uint32_t hash = 0;
-        std::uint32_t key = 0;  // Nodes behind the object's own; 0 is an empty slot.
+        std::uint32_t hash;
+        std::uint32_t key;  // Nodes behind the object's own; 0 is an empty slot.
     };
+
+    static Slot* make_slots(std::size_t count);  // All empty.
+    static void release_slots(Slot* slots, std::size_t count);
 
     bool add_tag(const JsonNode* key);
     [[gnu::noinline]] bool follows_equal(const JsonNode* key) const;
@@ -48,9 +55,10 @@ class KeySet {
 
     const JsonNode* object_;
     std::size_t count_ = 0;
-    std::array<std::uint64_t, kScannedKeys / 8>
-        tags_{};               // The newest lowest, 0 where there is none.
-    std::vector<Slot> slots_;  // Empty, or a power of two more than twice as many as keys.
+    // The newest in the lowest byte; 0 where there is none yet.
+    std::array<std::uint64_t, kScannedKeys / 8> tags_{};
+    Slot* slots_ = nullptr;
+    std::size_t slot_count_ = 0;  // 0, or a power of two, at least twice as many as there are keys.
 };
 
 }  // namespace quorvane
