@@ -37,17 +37,20 @@ if(NOT QUORVANE_SANITIZE)
     elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
         list(APPEND hardening -mbranch-protection=standard)
     endif()
-    if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-        list(APPEND hardening
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 16)
+        # Without this older ones refuse -ftrivial-auto-var-init=zero.
+        set(CMAKE_REQUIRED_FLAGS
             -enable-trivial-auto-var-init-zero-knowing-it-will-be-removed-from-clang)
+        target_compile_options(quorvane_product INTERFACE ${CMAKE_REQUIRED_FLAGS})
     endif()
     foreach(flag IN LISTS hardening)
         string(MAKE_C_IDENTIFIER "HAVE${flag}" known)
         check_cxx_compiler_flag("${flag}" ${known})
-        if(${known} OR flag MATCHES "^-enable-trivial")
+        if(${known})
             target_compile_options(quorvane_product INTERFACE ${flag})
         endif()
     endforeach()
+    unset(CMAKE_REQUIRED_FLAGS)
     target_compile_options(quorvane_product INTERFACE
         -fsanitize=signed-integer-overflow,bounds -fsanitize-undefined-trap-on-error
         $<$<CONFIG:Release>:-U_FORTIFY_SOURCE>
