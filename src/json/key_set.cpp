@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <span>
 #include <string>
 
 #include "support/memory.h"
@@ -133,13 +134,15 @@ void KeySet::grow_table() {
     constexpr std::size_t kFirst = 64;
     const std::size_t count = slots_ == nullptr ? kFirst : 4 * slot_count_;
     Slot* const slots = make_slots(count);
-    for (std::size_t i = 0; i < slot_count_; ++i) {
-        if (slots_[i].key == 0) continue;
-        std::size_t at = slots_[i].hash & (count - 1);
-        while (slots[at].key != 0) at = (at + 1) & (count - 1);
-        slots[at] = slots_[i];
+    if (slots_ != nullptr) {
+        for (const Slot& slot : std::span(slots_, slot_count_)) {
+            if (slot.key == 0) continue;
+            std::size_t at = slot.hash & (count - 1);
+            while (slots[at].key != 0) at = (at + 1) & (count - 1);
+            slots[at] = slot;
+        }
+        release_slots(slots_, slot_count_);
     }
-    if (slots_ != nullptr) release_slots(slots_, slot_count_);
     slots_ = slots;
     slot_count_ = count;
 }
