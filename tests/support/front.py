@@ -61,9 +61,11 @@ class Front:
         self._replace("/etc/resolv.conf", "nameserver 127.0.0.1\n")
         self._replace("/etc/nsswitch.conf", "hosts: files dns\n")
         try:
+            # localhost is here for bare systems, which have no /etc/hosts either.
             self._start("dnsmasq", "-d", "-C", "/dev/null", "--no-resolv", "--no-hosts",
                         "--listen-address=127.0.0.1", "--bind-interfaces",
-                        f"--host-record={self.host},127.0.0.1", stderr=subprocess.DEVNULL)
+                        f"--host-record={self.host},127.0.0.1",
+                        "--host-record=localhost,127.0.0.1", stderr=subprocess.DEVNULL)
             self._start("nginx", "-p", self.folder, "-c", "nginx.conf", "-e", "stderr")
             self._wait()
         except BaseException:
