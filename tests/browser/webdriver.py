@@ -34,8 +34,9 @@ class Browser:
         self._home = home
         store = home / ".pki" / "nssdb"
         store.mkdir(parents=True)
-        for words in ("-N --empty-password", f"-A -n ca -t C,, -i {trust_file}"):
-            subprocess.run(["certutil", "-d", f"sql:{store}", *words.split()], check=True,
+        for words in (["-N", "--empty-password"],
+                      ["-A", "-n", "ca", "-t", "C,,", "-i", str(trust_file)]):
+            subprocess.run(["certutil", "-d", f"sql:{store}", *words], check=True,
                            stdin=subprocess.DEVNULL)
 
     def __enter__(self) -> Browser:
