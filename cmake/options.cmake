@@ -1,6 +1,7 @@
 # Every compiler and linker option stands on one of these interface targets; none is global.
 #   quorvane_warnings   for everything that is compiled
 #   quorvane_sanitize   for everything that is compiled, empty unless QUORVANE_SANITIZE is set
+#   quorvane_openssl    for the programs: OpenSSL, or what loads it
 #   quorvane_product    for the layers and the program: no exceptions, hardened
 include(CheckCXXCompilerFlag)
 include(CheckLinkerFlag)
@@ -17,6 +18,16 @@ if(QUORVANE_SANITIZE)
     target_compile_options(quorvane_sanitize INTERFACE
         -fsanitize=${QUORVANE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(quorvane_sanitize INTERFACE -fsanitize=${QUORVANE_SANITIZE})
+endif()
+
+# For every program that contains the http layer.
+add_library(quorvane_openssl INTERFACE)
+if(QUORVANE_LINK_OPENSSL)
+    set(OPENSSL_USE_STATIC_LIBS ${QUORVANE_STATIC})
+    find_package(OpenSSL 3 REQUIRED)
+    target_link_libraries(quorvane_openssl INTERFACE OpenSSL::SSL)
+else()
+    target_link_libraries(quorvane_openssl INTERFACE ${CMAKE_DL_LIBS})
 endif()
 
 add_library(quorvane_product INTERFACE)
