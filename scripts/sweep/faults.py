@@ -92,8 +92,6 @@ class Fault(NamedTuple):
     """Only calls on this path; OPENER stands for the laboratory's."""
     loader: bool = False
     """The system's loader may be what fails."""
-    lossy: bool = False
-    """What is printed may be lost."""
     no_memory: bool = False
     """The documented abort is an answer to this."""
     no_removal: bool = False
@@ -144,9 +142,7 @@ def faults_of(call: Call, tls: bool, later: tuple[str, ...]) -> Iterator[Fault]:
         injection = f"{call.name}:{effect}"
         more = later if effect.endswith("+") and call.name != "clock_gettime" else ()
         retried = "EINTR" in effect and _is_retried(call, tls)
-        printing = call.target == "output" or effect.endswith("+")
         yield Fault(injection, (injection, *more), loader=call.before_main,
-                    lossy=call.name == "write" and printing and not retried,
                     no_memory=call.name in ("brk", "mmap", "mremap"),
                     harmless=retried, grave=_is_grave(call))
 
@@ -157,8 +153,7 @@ def joint_faults(calls: list[Call]) -> Iterator[Fault]:
     for first in calls:
         if first.target == "file" or first.name in ("fsync", "rename", "renameat"):
             failed = f"{first.name}:error=EIO:when={first.turn}+"
-            yield Fault(f"{failed}, no file can be removed", (failed, *removals), no_removal=True,
-                        lossy=first.name == "write")
+            yield Fault(f"{failed}, no file can be removed", (failed, *removals), no_removal=True)
     first_turns = {name: 1 + sum(call.before_main and call.name == name for call in calls)
                    for name in ("brk", "mmap")}
     for turn in range(first_turns["mmap"], first_turns["mmap"] + 12):

@@ -10,7 +10,6 @@ from typing import NamedTuple
 
 STRACE = shutil.which("strace") or "strace"
 PRLIMIT = shutil.which("prlimit") or "prlimit"
-INJECTED = "(INJECTED"
 
 _BEGUN = re.compile(r"(\d+) +(\w+)\((.*)")
 _RESUMED = re.compile(r"(\d+) +<\.\.\. \w+ resumed>(.*)")
@@ -55,6 +54,20 @@ def killing(log: Path, call: Call) -> list[str]:
     # Without --seccomp-bpf: at the stops that it makes a signal comes too late, after the call.
     return [STRACE, "-f", "-qq", "--signal=none", "-o", str(log), "-e", f"trace={call.name}",
             "-e", f"inject={call.name}:signal=KILL:when={call.turn}"]
+
+
+class Tampering(NamedTuple):
+    """What a log tells about a run."""
+
+    happened: bool
+    output_lost: bool
+    """Something that was to be printed was not, or not all of it."""
+
+
+def read_tampering(log: Path) -> Tampering:
+    """Whether a call was broken, and one that prints."""
+    broken = [line for line in _whole_lines(log) if "(INJECTED" in line]
+    return Tampering(bool(broken), any(re.search(r"write\([12],", line) for line in broken))
 
 
 def limiting(option: str) -> list[str]:
