@@ -22,8 +22,9 @@ class Command(NamedTuple):
     """A pipeline; "::" stands between its processes."""
 
     words: Sequence[str]
-    remove: str = ""  # A file that every run has to make anew.
-    status: int = 0   # Of each process.
+    output: str = "/dev/null"  # What standard output is kept in, where that is the purpose.
+    remove: str = ""           # A file that every run has to make anew.
+    status: int = 0            # Of each process.
 
 
 class Race(NamedTuple):
@@ -161,8 +162,8 @@ class Lane:
         return Race(f"pull {size}, {self.name}{chunked}", {
             OURS: Command(self._ours(*pulled), remove="pulled.json"),
             BARE: self._bare_client(path, body),
-            CURL: Command(curl),
-            CURL_JQ: Command([*curl, "::", find("jq"), picked])}, large=size == "7 MB")
+            CURL: Command(curl, output="answer.json"),
+            CURL_JQ: Command([*curl, "::", find("jq"), picked], output="picked.json")}, large=size == "7 MB")
 
     def push(self, size: str) -> Race:
         path, file = "/api/v1/project-configure", f"push {size}.json"

@@ -100,7 +100,7 @@ def of_benchmarks(tools: Tools, program: str, chosen: str, pattern: str,
     """The benchmarks whose names hold `chosen`: `pattern` stands before the size in each."""
     done = subprocess.run(
         [tools.built / program, f"--benchmark_filter={chosen}", "--benchmark_format=json",
-         "--benchmark_min_time=0.02", "--benchmark_repetitions=5"],
+         "--benchmark_min_time=0.02", "--benchmark_repetitions=3"],
         check=True, capture_output=True, text=True)
     costs: dict[tuple[str, str], dict[int, list[float]]] = {}
     for row in json.loads(done.stdout)["benchmarks"]:

@@ -39,14 +39,16 @@ def environment(folder: Path) -> dict[str, str]:
             "SSL_CERT_FILE": str(folder / "localhost.pem")}
 
 
-def launch(tools: Tools, command: Command, runs: int, output: str = "stdout") -> list[Sample]:
-    words = [str(tools.built / "launch"), str(runs), "/dev/null", output, command.remove,
+def launch(tools: Tools, command: Command, runs: int) -> list[Sample]:
+    words = [str(tools.built / "launch"), str(runs), "/dev/null", command.output, command.remove,
              *command.words]
-    done = subprocess.run(words, cwd=tools.folder, env=environment(tools.folder), check=False,
-                          capture_output=True, text=True)
+    # What the commands say to standard error goes to a file: a reader at a pipe would be woken.
+    with (tools.folder / "stderr").open("w") as errors:
+        done = subprocess.run(words, cwd=tools.folder, env=environment(tools.folder), check=False,
+                              stdout=subprocess.PIPE, stderr=errors, text=True)
     rows = [[int(field) for field in line.split()] for line in done.stdout.splitlines()]
     if done.returncode or not rows or any(row[2] != command.status for row in rows):
-        raise Failed(f"{' '.join(words)}\n{done.stdout}{done.stderr}")
+        raise Failed(f"{' '.join(words)}\n{done.stdout}{(tools.folder / 'stderr').read_text()}")
     samples = []
     for run in range(runs):
         stages = [row for row in rows if row[0] == run]
@@ -77,7 +79,7 @@ def run_races(tools: Tools, races: list[Race], rounds: int, say: Callable[[str],
             for name in names[first:] + names[:first]:
                 # The first run finds the machine as the one before left it.
                 warm = 0 if race.large else 1
-                samples = launch(tools, race.contenders[name], 1 if race.large else 6)
+                samples = launch(tools, race.contenders[name], 1 if race.large else 11)
                 results[race.name][name] += samples[warm:]
     return results
 
