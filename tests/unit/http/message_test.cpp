@@ -8,24 +8,16 @@ namespace {
 TEST(SerializeRequest, AddsOnlyWhatIsMissing) {
     HttpRequest query = make_request("PUT", "/p", ByteBuffer::copy_of("\xC3\xA9"), {{"A", ""}});
     query.query = "a=b";
-    const struct {
-        const char* name;
-        HttpRequest request;
-        const char* bytes;
-    } cases[] = {
-        {"nothing given", make_request("GET", "/api/me"),
-         "GET /api/me HTTP/1.1\r\nHost: h:1\r\nContent-Length: 0\r\nConnection: close\r\n\r\n"},
-        {"query, body in bytes, empty value", std::move(query),
-         "PUT /p?a=b HTTP/1.1\r\nA: \r\nHost: h:1\r\nContent-Length: 2\r\nConnection: close\r\n\r\n"
-         "\xC3\xA9"},
-        {"caller's own headers in any case",
-         make_post("/", ByteBuffer::copy_of("x"),
-                   {{"content-LENGTH", "9"}, {"host", "me"}, {"Connection", "keep-alive"}}),
-         "POST / HTTP/1.1\r\ncontent-LENGTH: 9\r\nhost: me\r\nConnection: keep-alive\r\n\r\nx"},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(serialize_request(c.request, "h:1").view(), c.bytes) << c.name;
-    }
+    EXPECT_EQ(
+        serialize_request(query, "h:1").view(),
+        "PUT /p?a=b HTTP/1.1\r\nA: \r\nHost: h:1\r\nContent-Length: 2\r\nConnection: close\r\n\r\n"
+        "\xC3\xA9");
+    const HttpRequest own =
+        make_post("/", ByteBuffer::copy_of("x"),
+                  {{"content-LENGTH", "9"}, {"host", "me"}, {"Connection", "keep-alive"}});
+    EXPECT_EQ(
+        serialize_request(own, "h:1").view(),
+        "POST / HTTP/1.1\r\ncontent-LENGTH: 9\r\nhost: me\r\nConnection: keep-alive\r\n\r\nx");
 }
 
 TEST(SerializeResponse, AddsOnlyWhatIsMissing) {
