@@ -19,29 +19,25 @@ std::size_t character_length(std::string_view bytes) {
     for (const char c : bytes.substr(1, length - 1)) point = point << 6 | (c & 0x3F);
     if (point > 0x10FFFF || (point >= 0xD800 && point <= 0xDFFF)) return 0;
     char encoded[4];
-    const char* const end = put_utf8(point, encoded);
-    return bytes.substr(0, length) == std::string_view(encoded, end) ? length : 0;
+    return bytes.starts_with(std::string_view(encoded, put_utf8(point, encoded))) ? length : 0;
 }
 
 TEST(ValidUtf8Prefix, JudgesEveryLeadAndEveryBoundOfWhatFollows) {
-    constexpr unsigned char kBounds[] = {0x00, 0x7F, 0x80, 0x8F, 0x90, 0x9F, 0xA0, 0xBF, 0xC0};
-    for (std::size_t others = 0; others < std::size_t{256} * 9 * 9 * 9; ++others) {
-        const unsigned char bytes[] = {static_cast<unsigned char>(others % 256),
-                                       kBounds[others / 256 % 9], kBounds[others / 256 / 9 % 9],
-                                       kBounds[others / 256 / 81]};
-        const std::string text(reinterpret_cast<const char*>(bytes), 4);
+    constexpr std::string_view kBounds("\x00\x7F\x80\x8F\x90\x9F\xA0\xBF\xC0", 9);
+    for (std::size_t i = 0; i < std::size_t{256} * 9 * 9 * 9; ++i) {
+        const std::string text = {static_cast<char>(i % 256), kBounds[i / 256 % 9],
+                                  kBounds[i / 256 / 9 % 9], kBounds[i / 256 / 81]};
         std::size_t valid = 0;
         while (valid < 4) {
             const std::size_t length = character_length(text.substr(valid));
             if (length == 0 || length > 4 - valid) break;
             valid += length;
         }
-        ASSERT_EQ(valid_utf8_prefix(text), valid) << others;
+        ASSERT_EQ(valid_utf8_prefix(text), valid) << i;
         // Across the end of a block that is judged at once, at 131.
         for (std::size_t at = 128; at < 131; ++at) {
             const std::string around = std::string(at, 'a') + text + std::string(90, 'a');
-            const std::size_t prefix = valid < 4 ? at + valid : around.size();
-            ASSERT_EQ(valid_utf8_prefix(around), prefix) << others << ' ' << at;
+            ASSERT_EQ(valid_utf8_prefix(around), valid < 4 ? at + valid : around.size()) << i;
         }
     }
 }
