@@ -8,6 +8,8 @@ import subprocess
 import time
 import urllib.error
 import urllib.request
+from collections.abc import Iterator
+from contextlib import contextmanager
 from pathlib import Path
 from typing import Any
 
@@ -16,6 +18,10 @@ DOWN, ENTER, TAB = "\ue015", "\ue007", "\ue004"
 ARGUMENTS = ("headless", "no-sandbox", "disable-gpu", "disable-quic", "no-first-run",
              "disable-background-networking", "disable-component-update", "disable-sync")
 HTTP = urllib.request.build_opener(urllib.request.ProxyHandler({}))
+
+
+class BrowserError(Exception):
+    """What the browser could not do."""
 
 
 class Browser:
@@ -58,12 +64,15 @@ class Browser:
             pass
 
     def command(self, method: str, path: str, **parameters: Any) -> Any:
-        """One command of the session.  Raises `HTTPError` for what the browser cannot do."""
+        """One command of the session.  Raises `BrowserError`."""
         data = json.dumps(parameters).encode() if method == "POST" else None
-        with HTTP.open(urllib.request.Request(
-                self.session + path, data, {"Content-Type": "application/json"},
-                method=method)) as answer:
-            return json.load(answer)["value"]
+        try:
+            with HTTP.open(urllib.request.Request(
+                    self.session + path, data, {"Content-Type": "application/json"},
+                    method=method)) as answer:
+                return json.load(answer)["value"]
+        except urllib.error.HTTPError as error:
+            raise BrowserError(f"{path} {parameters}: {json.load(error)['value']}") from None
 
     def _at(self, selector: str, method: str, path: str) -> Any:
         # The wait is not left to the driver, which meanwhile would let no one else into the
@@ -73,7 +82,7 @@ class Browser:
             try:
                 found = self.command("POST", "/element", using="css selector", value=selector)
                 return self.command(method, f"/element/{next(iter(found.values()))}/{path}")
-            except urllib.error.HTTPError:
+            except BrowserError:
                 if time.monotonic() > deadline:
                     raise
             time.sleep(0.02)
@@ -91,11 +100,25 @@ class Browser:
         actions = [{"type": kind, "value": key} for key in keys for kind in ("keyDown", "keyUp")]
         self.command("POST", "/actions", actions=[{"type": "key", "id": "k", "actions": actions}])
 
+    def open(self, url: str) -> None:
+        self.command("POST", "/url", url=url)
+
     def forget(self) -> None:
         """Shows an empty page and has no cookie."""
-        self.command("POST", "/url", url="about:blank")
+        self.open("about:blank")
         self.command("POST", "/goog/cdp/execute", cmd="Network.clearBrowserCookies", params={})
 
     def run(self, script: str) -> Any:
         """What a script returns."""
         return self.command("POST", "/execute/sync", script=script, args=[])
+
+    @contextmanager
+    def second_tab(self, url: str) -> Iterator[None]:
+        """Shows a page in a tab of its own for a while."""
+        first = self.command("GET", "/window")
+        second = self.command("POST", "/window/new", type="tab")["handle"]
+        self.command("POST", "/window", handle=second)
+        self.open(url)
+        yield
+        self.command("DELETE", "/window")
+        self.command("POST", "/window", handle=first)
