@@ -1,6 +1,6 @@
 # Installs an SPDX 2.3 document beside the program: the files as they were installed, with their
 # digests, and the libraries in the program and under it, with the versions that it was built with.
-# https://spdx.github.io/spdx-spec/v2.3/
+# The form is SPDX 2.3 (ISO/IEC 5962).
 
 # The version of a Debian package, which says more than the library's own; else `fallback`.
 function(quorvane_library_version package fallback result)
