@@ -7,5 +7,6 @@ there are no passwords, and everybody who can reach the port may act as any acco
 Modules, each using only those before it: `jsontext` (JSON that keeps its own text), `store`
 (state in SQLite), `messages` (requests and answers), `markup` and `differences` (pieces of pages),
 `api` and `pages` (what is answered), `server` (sockets), `main` (the command line).  `visitor` is
-a scripted browser for the demo and the tests.
+a scripted browser for the demo and the tests; `authority` makes certificates, and `front` puts
+nginx and a name server before the service with them.
 """

@@ -3,7 +3,7 @@
     browser_test.py PROGRAM [--count N] [unittest arguments]
 
 The program starts the browser itself, by way of an xdg-open on its PATH that hands the address to
-the running browser.  To be run by tests/support/namespace.
+the running browser.  To be run by dev/namespace.
 """
 
 from __future__ import annotations
@@ -20,10 +20,9 @@ import unittest
 from collections.abc import Callable
 from pathlib import Path
 
-TESTS = Path(__file__).resolve().parent.parent
-sys.path[:0] = [str(TESTS / "support"), str(TESTS.parent / "dev")]
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "dev"))
 
-from front import Front  # noqa: E402
+from quorvane_dev.front import Front  # noqa: E402
 from quorvane_dev.server import Service  # noqa: E402
 from webdriver import DOWN, ENTER, TAB, Browser  # noqa: E402
 

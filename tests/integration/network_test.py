@@ -21,8 +21,8 @@ import time
 import unittest
 from concurrent.futures import ThreadPoolExecutor
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support"))
-from ca import Authority  # noqa: E402
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "dev"))
+from quorvane_dev.authority import Authority  # noqa: E402
 
 RESOLVER_FILE = pathlib.Path("/etc/resolv.conf")
 MAXIMUM = 8_388_608

@@ -1,9 +1,9 @@
 """What stands in front of a deployment: nginx with TLS, and dnsmasq that knows its name.
 
-    front.py FOLDER HOST PORT    answers for https://HOST, passing calls on to 127.0.0.1:PORT,
+    dev/front FOLDER HOST PORT   answers for https://HOST, passing calls on to 127.0.0.1:PORT,
                                  until SIGINT, SIGTERM or SIGHUP; says when it is ready
 
-For a namespace of its own (see `namespace`): it takes ports 53 and 443 and replaces resolv.conf.
+For a namespace of its own (see dev/namespace): it takes ports 53 and 443 and replaces resolv.conf.
 """
 
 import os
@@ -14,7 +14,7 @@ import subprocess
 import sys
 import time
 
-from ca import Authority
+from .authority import Authority
 
 START_LIMIT_S = 10
 END_SIGNALS = {signal.SIGINT, signal.SIGTERM, signal.SIGHUP}
@@ -99,7 +99,8 @@ class Front:
             time.sleep(0.02)
 
 
-if __name__ == "__main__":
+def main() -> None:
+    """Serves until it is told to end."""
     # Blocked from the first step to the last, so that none of them is left half done.
     signal.pthread_sigmask(signal.SIG_BLOCK, END_SIGNALS)
     with Front(*sys.argv[1:]) as front:

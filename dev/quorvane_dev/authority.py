@@ -1,13 +1,8 @@
-"""A throw-away certificate authority: keys and certificates for servers that tests start.
-
-    python3 ca.py FOLDER NAME...    makes FOLDER/ca.pem and, for each host name or address,
-                                    FOLDER/NAME.pem (the chain) and FOLDER/NAME.key
-"""
+"""A throw-away certificate authority: keys and certificates for servers of the demo and tests."""
 
 import ipaddress
 import pathlib
 import subprocess
-import sys
 
 
 class Authority:
@@ -61,9 +56,3 @@ class Authority:
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         if done.returncode != 0:
             raise RuntimeError(f"openssl {' '.join(arguments)}\n{done.stdout}")
-
-
-if __name__ == "__main__":
-    authority = Authority(sys.argv[1])
-    for host_name in sys.argv[2:]:
-        authority.issue(host_name, host_name)
