@@ -185,6 +185,7 @@ def starting(tools: Tools) -> Race:
     program = str(tools.program)
     return Race("start", {
         "/bin/true": Command([find("true")]),
+        "a single _exit": Command([str(tools.built / "bare_exit")]),
         "quorvane --version": Command([program, "--version"]),
         "quorvane --help": Command([program, "--help"]),
         "quorvane, signed out": Command([program, "whoami"], status=1),

@@ -72,16 +72,18 @@ JSON_TITLES = ["document", "library", "first parse", "first write", "memory a by
 
 
 def growth_lines(growths: list[Growth]) -> list[list[str]]:
-    """The most expensive document of each way, and how many ways there were."""
-    lines = []
-    for way in dict.fromkeys(growth.way for growth in growths):
-        worst = max((growth for growth in growths if growth.way == way),
-                    key=lambda growth: growth.costs[-1])
-        lines.append([way, worst.kind, *(f"{cost:.2f}" for cost in worst.costs)])
-    return lines
+    return [[growth.way, growth.kind, *(f"{cost:.2f}" for cost in growth.costs)]
+            for growth in growths]
 
 
-GROWTH_TITLES = ["way", "document that grows most", *(f"{eighths}/8" for eighths in EIGHTHS)]
+def steepest(growths: list[Growth]) -> list[Growth]:
+    """Of each way, the document that grows most."""
+    return [max((growth for growth in growths if growth.way == way),
+                key=lambda growth: growth.costs[-1])
+            for way in dict.fromkeys(growth.way for growth in growths)]
+
+
+GROWTH_TITLES = ["way", "document", *(f"{eighths}/8" for eighths in EIGHTHS)]
 
 
 def write_csv(path: Path, titles: Sequence[str], lines: Iterable[Sequence[str]]) -> None:
