@@ -1,7 +1,6 @@
 #include "support/memory.h"
 
 #include <malloc.h>
-#include <sys/mman.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -69,10 +68,9 @@ std::size_t first_room_behind(const void*) noexcept { return 0; }
 #endif
 
 void* map_pages(std::size_t size) noexcept {
-    const int flags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
-    void* const pages = mmap(nullptr, size, PROT_READ | PROT_WRITE, flags, -1, 0);
-    if (pages == MAP_FAILED) fail_memory_limit();
-    return pages;
+    const long pages = kernel::mmap(size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_NORESERVE);
+    if (pages < 0) fail_memory_limit();
+    return reinterpret_cast<void*>(pages);
 }
 
 // Kernels from 6.7 on choose the boundary by themselves; for others what lies beside it is cut off.
@@ -82,15 +80,15 @@ void* map_huge_pages(std::size_t size) noexcept {
         return reinterpret_cast<std::uintptr_t>(pages) % kHugePageSize;
     };
     if (past_boundary() != 0) {
-        munmap(pages, size);
+        kernel::munmap(pages, size);
         pages = static_cast<char*>(map_pages(size + kHugePageSize));
         const std::size_t head = kHugePageSize - past_boundary();
-        munmap(pages, head);
-        munmap(pages + head + size, kHugePageSize - head);
+        kernel::munmap(pages, head);
+        kernel::munmap(pages + head + size, kHugePageSize - head);
         pages += head;
     }
     // Advice only: a kernel without huge pages answers with an error that changes nothing.
-    madvise(pages, size, MADV_HUGEPAGE);
+    kernel::madvise(pages, size, MADV_HUGEPAGE);
     return pages;
 }
 
@@ -144,18 +142,17 @@ void* resize_pages(void* pages, std::size_t old_size, std::size_t size) noexcept
     bytes_in_use -= old_block_size;
     check_room(block_size);
     bytes_in_use += block_size;
-    void* moved = mremap(pages, old_block_size, block_size, 0);
-    if (moved != MAP_FAILED) return moved;
+    if (kernel::mremap(pages, old_block_size, block_size, 0) >= 0) return pages;
     // Between two such boundaries huge pages move as what they are.
     void* const target = map_huge_pages(block_size);
-    moved = mremap(pages, old_block_size, block_size, MREMAP_MAYMOVE | MREMAP_FIXED, target);
-    if (moved == MAP_FAILED) fail_memory_limit();
-    return moved;
+    const int flags = MREMAP_MAYMOVE | MREMAP_FIXED;
+    if (kernel::mremap(pages, old_block_size, block_size, flags, target) < 0) fail_memory_limit();
+    return target;
 }
 
 void release_pages(void* pages, std::size_t size) noexcept {
     if (pages == nullptr) return;
-    munmap(pages, page_block_size(size));
+    kernel::munmap(pages, page_block_size(size));
     bytes_in_use -= page_block_size(size);
 }
 

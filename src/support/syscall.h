@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -152,6 +153,22 @@ inline long set_signal(int number, void (*disposition)(int)) {
         std::uint64_t mask;
     } const action = {disposition, 0, nullptr, 0};
     return detail::call(SYS_rt_sigaction, number, &action, nullptr, sizeof action.mask);
+}
+
+// Memory.
+
+/// Zeroed pages of nobody else's; the answer is their address, which is positive in user space.
+[[nodiscard]] inline long mmap(std::size_t size, int protection, int flags) {
+    return detail::call(SYS_mmap, nullptr, size, protection, flags | MAP_ANONYMOUS, -1, 0);
+}
+/// The answer is the new address; `target` counts under MREMAP_FIXED.
+[[nodiscard]] inline long mremap(void* pages, std::size_t old_size, std::size_t size, int flags,
+                                 void* target = nullptr) {
+    return detail::call(SYS_mremap, pages, old_size, size, flags, target);
+}
+inline long munmap(void* pages, std::size_t size) { return detail::call(SYS_munmap, pages, size); }
+inline long madvise(void* pages, std::size_t size, int advice) {
+    return detail::call(SYS_madvise, pages, size, advice);
 }
 
 // Randomness and time.
