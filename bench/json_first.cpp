@@ -4,6 +4,8 @@
 //   json_first [ROUNDS] [BYTES] [DOCUMENT]    ROUNDS processes for each parser, on documents of
 //                                             BYTES, all of them or one
 //
+// "Ours, plain" is the same without the vector forms of the scans: the program json_first_plain.
+//
 // Prints, for each document and parser, the median CPU time of parse and write as a ratio to
 // ours, and the memory that the tree takes.  The rounds of all parsers are interleaved.
 
@@ -17,6 +19,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <map>
 #include <vector>
 
@@ -67,12 +70,13 @@ Sample measure(std::string_view input) {
 struct Contender {
     const char* name;
     Sample (*run)(std::string_view input);
+    const char* program_suffix = "";  // Which form of this program measures.
 };
 
 constexpr Contender kContenders[] = {
     {"ours", measure<OurTree>},          {"ours, copying", measure<OurCopyingTree>},
     {"rapidjson", measure<RapidTree>},   {"simdjson", measure<SimdTree>},
-    {"nlohmann", measure<NlohmannTree>},
+    {"nlohmann", measure<NlohmannTree>}, {"ours, plain", measure<OurTree>, "_plain"},
 };
 
 // The measured process: reads the document from descriptor 0, writes its sample to descriptor 1.
@@ -98,14 +102,15 @@ int run_child(const char* name) {
     return 1;
 }
 
-Sample run_process(const char* self, const char* name, int document) {
+Sample run_process(const std::string& self, const Contender& contender, int document) {
     int ends[2];
     if (pipe(ends) != 0) std::abort();
     const pid_t child = fork();
     if (child == 0) {
         dup2(document, 0);
         dup2(ends[1], 1);
-        execl(self, self, "--child", name, nullptr);
+        const std::string program = self + contender.program_suffix;
+        execl(program.c_str(), program.c_str(), "--child", contender.name, nullptr);
         _exit(1);
     }
     close(ends[1]);
@@ -114,7 +119,7 @@ Sample run_process(const char* self, const char* name, int document) {
     close(ends[0]);
     waitpid(child, nullptr, 0);
     if (!complete) {
-        std::fprintf(stderr, "%s failed\n", name);
+        std::fprintf(stderr, "%s failed\n", contender.name);
         std::abort();
     }
     return sample;
@@ -135,7 +140,7 @@ Sample median_of(const std::vector<Sample>& samples) {
     return {of(&Sample::parse_us), of(&Sample::write_us), of(&Sample::tree_bytes)};
 }
 
-void race(const char* self, const DocumentKind& kind, long rounds, std::size_t bytes) {
+void race(const std::string& self, const DocumentKind& kind, long rounds, std::size_t bytes) {
     const std::string document = kind.make(bytes);
     const int file = memfd_create("document", MFD_CLOEXEC);
     if (write(file, document.data(), document.size()) != static_cast<ssize_t>(document.size())) {
@@ -144,7 +149,7 @@ void race(const char* self, const DocumentKind& kind, long rounds, std::size_t b
     std::map<std::string, std::vector<Sample>> samples;
     for (long round = 0; round < rounds; ++round) {
         for (const Contender& contender : kContenders) {
-            samples[contender.name].push_back(run_process(self, contender.name, file));
+            samples[contender.name].push_back(run_process(self, contender, file));
         }
     }
     close(file);
@@ -169,9 +174,10 @@ int main(int argc, char** argv) {
     const long rounds = argc > 1 ? std::strtol(argv[1], nullptr, 10) : 21;
     const std::size_t bytes = argc > 2 ? std::strtoul(argv[2], nullptr, 10) : kFullSize;
     const char* const only = argc > 3 ? argv[3] : "";
+    const std::string self = std::filesystem::read_symlink("/proc/self/exe");
     for (const DocumentKind& kind : kDocumentKinds) {
         if (*only != '\0' && kind.name != only) continue;
-        race("/proc/self/exe", kind, rounds, bytes);
+        race(self, kind, rounds, bytes);
     }
     return 0;
 }

@@ -12,7 +12,7 @@ from racing.course import BARE, CURL, CURL_JQ, JQ_CURL_JQ, OURS, Race, Tools
 from racing.measure import Results, median, peak_kib, user_instructions
 
 TRUE = "/bin/true"
-OURS_IN_JSON = "ours"
+OURS_IN_JSON, PLAIN_IN_JSON = "ours", "ours, plain"
 
 
 class Row(NamedTuple):
@@ -114,6 +114,11 @@ def json_rows(tools: Tools, firsts: dict[tuple[str, str], First]) -> list[Row]:
     rows += [least("simdjson", "parse", 1.0, [kind])
              for kind in ("configuration", "long_strings", "non_ascii")]
     rows.append(least("rapidjson", "write", 1.3, kinds))
+    gains = {kind: firsts[kind, PLAIN_IN_JSON] for kind in kinds}
+    for field in ("parse", "write"):
+        kind = min(kinds, key=lambda kind: float(getattr(gains[kind], field)))
+        rows.append(Row(f"first {field}", f"CPU by the plain scans', worst document: {kind}",
+                        1 / getattr(gains[kind], field), 1.2))
     small = firsts["small_objects", OURS_IN_JSON].parse_ns
     for kind in ("keys", "crafted_keys"):
         rows.append(Row("first parse", f"CPU a byte of {kind}, by small_objects",

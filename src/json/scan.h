@@ -4,9 +4,13 @@
 #include <cstdint>
 #include <cstring>
 
-#if defined(__SSE2__)
+// QUORVANE_PLAIN_SCAN is for benchmarks: it shows what the vector forms gain.
+#if defined(QUORVANE_PLAIN_SCAN)
+#elif defined(__SSE2__)
+#define QUORVANE_SCAN_SSE2
 #include <emmintrin.h>
 #elif defined(__aarch64__) && defined(__ARM_NEON)
+#define QUORVANE_SCAN_NEON
 #include <arm_neon.h>
 #endif
 
@@ -48,7 +52,7 @@ inline std::size_t digit_run(const char* at) {
 
 }  // namespace plain
 
-#if defined(__SSE2__)
+#if defined(QUORVANE_SCAN_SSE2)
 
 namespace vector {
 
@@ -90,7 +94,7 @@ inline std::size_t digit_run(const char* at) {
 }  // namespace vector
 namespace scan = vector;
 
-#elif defined(__aarch64__) && defined(__ARM_NEON)
+#elif defined(QUORVANE_SCAN_NEON)
 
 namespace vector {
 
