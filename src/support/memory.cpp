@@ -68,9 +68,10 @@ std::size_t first_room_behind(const void*) noexcept { return 0; }
 #endif
 
 void* map_pages(std::size_t size) noexcept {
-    const long pages = kernel::mmap(size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_NORESERVE);
-    if (pages < 0) fail_memory_limit();
-    return reinterpret_cast<void*>(pages);
+    void* pages = nullptr;
+    const int flags = MAP_PRIVATE | MAP_NORESERVE;
+    if (kernel::mmap(&pages, size, PROT_READ | PROT_WRITE, flags) < 0) fail_memory_limit();
+    return pages;
 }
 
 // Kernels from 6.7 on choose the boundary by themselves; for others what lies beside it is cut off.

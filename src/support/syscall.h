@@ -9,6 +9,7 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <bit>
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
@@ -157,9 +158,13 @@ inline long set_signal(int number, void (*disposition)(int)) {
 
 // Memory.
 
-/// Zeroed pages of nobody else's; the answer is their address, which is positive in user space.
-[[nodiscard]] inline long mmap(std::size_t size, int protection, int flags) {
-    return detail::call(SYS_mmap, nullptr, size, protection, flags | MAP_ANONYMOUS, -1, 0);
+/// Puts the address of zeroed pages, backed by no file, into `*pages`; the answer is 0.
+[[nodiscard]] inline long mmap(void** pages, std::size_t size, int protection, int flags) {
+    const long result =
+        detail::call(SYS_mmap, nullptr, size, protection, flags | MAP_ANONYMOUS, -1, 0);
+    if (result < 0) return result;  // Addresses of this half of memory are positive.
+    *pages = std::bit_cast<void*>(result);
+    return 0;
 }
 /// The answer is the new address; `target` counts under MREMAP_FIXED.
 [[nodiscard]] inline long mremap(void* pages, std::size_t old_size, std::size_t size, int flags,
