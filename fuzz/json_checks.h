@@ -42,7 +42,7 @@ inline void check_json(std::string_view input, const JsonLimits& limits) {
     const JsonParseResult again = parse_json(indented.view(), roomy);
     require(again.ok, "indented text is read", input);
     require(write_json(again.value).view() == expected.compact, "indented content", input);
-    require(write_pretty_json(again.value).view() == indented.view(), "indented text", input);
+    require(indented.view() == indent_json(expected.compact), "indented text", input);
     require(write_json(json_copy(viewed.value)).view() == expected.compact, "copy", input);
 }
 

@@ -269,4 +269,29 @@ inline Outcome read_json(std::string_view input, const JsonLimits& limits) {
     return Reader(input, limits).read();
 }
 
+/// What write_pretty_json gives for a value whose compact text this is.
+inline std::string indent_json(std::string_view compact) {
+    std::string out;
+    std::size_t depth = 0;
+    bool quoted = false;
+    const auto begin_line = [&] { out.append(1, '\n').append(2 * depth, ' '); };
+    for (std::size_t i = 0; i < compact.size(); ++i) {
+        const char c = compact[i];
+        const bool closes = c == '}' || c == ']';
+        if (closes && !quoted) {
+            --depth;
+            if (compact[i - 1] != '{' && compact[i - 1] != '[') begin_line();
+        }
+        out += c;
+        if (quoted && c == '\\') out += compact[++i];
+        if (c == '"') quoted = !quoted;
+        if (quoted || c == '"') continue;
+        if (c == ':') out += ' ';
+        const bool opens = c == '{' || c == '[';
+        if (opens) ++depth;
+        if (c == ',' || (opens && compact[i + 1] != '}' && compact[i + 1] != ']')) begin_line();
+    }
+    return out;
+}
+
 }  // namespace quorvane::reference
