@@ -7,6 +7,7 @@ import multiprocessing
 import os
 import random
 import shutil
+import signal
 import subprocess
 import tempfile
 from collections import Counter
@@ -24,6 +25,7 @@ _laboratory: Laboratory  # pylint: disable=invalid-name
 
 def _begin_worker(program: Path, shared: Path) -> None:
     global _laboratory  # pylint: disable=global-statement
+    signal.signal(signal.SIGTERM, signal.SIG_DFL)
     # Anything private must come from the program itself.
     os.umask(0)
     _laboratory = Laboratory(program, shared, multiprocessing.current_process().name)
