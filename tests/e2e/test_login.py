@@ -10,7 +10,7 @@ import time
 from pathlib import Path
 from typing import Any
 
-from harness import (TIME_LIMIT_S, EndToEnd, Result, Scene, answer, bad, difference, failing,
+from harness import (TIME_LIMIT_S, TOKEN, EndToEnd, Result, Scene, answer, bad, difference, failing,
                      finish, reply, tracing)
 
 GREETED = "Signed in as ada@example.org\n"
@@ -111,6 +111,20 @@ class Calls(EndToEnd):
             secrets += [verifier, login.state]
         self.assertEqual(len(set(secrets)), 4)
         self.assertTrue(all(re.fullmatch("[0-9a-f]{48}", secret) for secret in secrets))
+
+    def test_secrets(self) -> None:
+        """The verifier leaves in one call, the new token goes into one file, the old one rests."""
+        with Login(wrapper=lambda scene: tracing("-f", "-y", "-v", "-s", "99999", "-o",
+                                                 f"{scene.home}/log")) as login:
+            self.assertEqual(login.approve(), CONNECTED)
+            self.assertEqual(*login.ends())
+            log = (login.home / "log").read_text()
+            secrets = f"{login.body(1)['verifier']}|qvt-1|{TOKEN}"
+            calls = re.findall(rf"^\d+ +(\w+)\(\d+<([^>]*)>.*(?:{secrets})", log, re.M)
+            self.assertEqual(len(calls), len(re.findall(f"^.*(?:{secrets})", log, re.M)))
+            self.assertEqual([call for call, _ in calls], ["sendto", "write"])
+            self.assertRegex(calls[0][1], "^(socket|TCP):")
+            self.assertRegex(calls[1][1], rf"^{login.credential().resolve()}\.tmp\.\d+$")
 
     def test_before_the_browser(self) -> None:
         listener = bad("Cannot open a loopback login listener")
