@@ -18,6 +18,10 @@ HELP = ("quorvane 0.1.0\n\nManage Quorvane projects and configuration\n\n"
         "  login\tAuthorize this CLI in your browser\n  logout\tRevoke this CLI session\n"
         "  whoami\tShow the authenticated account\n  projects\tList your projects\n"
         "  config\tSync project configuration\n\n" + OPTIONS)
+CONFIG_HELP = ("quorvane config\n\nSync project configuration\n\n"
+               "Usage:\n  quorvane config [options] [command]\n\nCommands:\n"
+               "  pull\tExport configuration and its revision\n"
+               "  push\tImport configuration with a revision check\n\n" + OPTIONS)
 PULL_HELP = ("quorvane config pull\n\nExport configuration and its revision\n\n"
              "Usage:\n  quorvane config pull [options]\n\n" + OPTIONS +
              "\n  -p, --project <ID>\tProject ID (required)"
@@ -33,6 +37,7 @@ class Words(EndToEnd):
             ("nothing, and a bad origin", good(HELP + "\n"), "--base-url=x"),
             ("version, and a bad origin", good("quorvane 0.1.0\n"), "--base-url x whoami -V"),
             ("help", good(HELP + "\n"), "-h whoami"),
+            ("help of a group", good(CONFIG_HELP + "\n"), "config --help"),
             ("help of an alias", good(PULL_HELP + "\n"), "config export -h"),
             ("unknown option", bad("unknown option -p"), "whoami -p=x"),
             ("no value", bad("-f requires FILE"), "config push -f"),

@@ -120,5 +120,18 @@ TEST(ParseCommandLine, ServesOtherTrees) {
               "\n      --version <N>\tPin\n  -l, --loud\tSpeak up\n  -c, --colour <C>\tPaint");
 }
 
+// Who takes a version form for himself takes it out of the version line.
+TEST(RenderHelp, VersionLineFollowsOwnedForms) {
+    const std::pair<OptionSpec, const char*> cases[] = {
+        {flag_option("v", "--verbose", "-V", "d"), "\n      --version\tShow version\n"},
+        {flag_option("v", "--version", "-x", "d"), "\n  -V\tShow version\n"},
+        {flag_option("v", "--version", "-V", "d"), "Show help\n  -V, --version\td"}};
+    for (const auto& [option, line] : cases) {
+        const OptionSpec options[] = {option};
+        const std::string help = render_help({"p", "1", "d", options, {}}, {});
+        EXPECT_NE(help.find(line), std::string::npos) << help;
+    }
+}
+
 }  // namespace
 }  // namespace quorvane
