@@ -24,7 +24,7 @@ class Sample(NamedTuple):
     faults: int     # Minor and major, of all.
 
 
-WARMED_BYTES = 512 << 20
+WARMED_BYTES = 128 << 20
 Results = dict[str, dict[str, list[Sample]]]
 
 
@@ -60,7 +60,8 @@ def launch(tools: Tools, command: Command, runs: int) -> list[Sample]:
 def warm_memory() -> None:
     """Touches huge pages and gives them back.  Where the machine is a guest, memory that was never
     used costs milliseconds at its first touch: that is the host's work, and no contender's."""
-    with mmap.mmap(-1, WARMED_BYTES) as memory:
+    # Private: shared memory has no huge pages.
+    with mmap.mmap(-1, WARMED_BYTES, mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS) as memory:
         if hasattr(mmap, "MADV_HUGEPAGE"):
             memory.madvise(mmap.MADV_HUGEPAGE)
         for at in range(0, WARMED_BYTES, mmap.PAGESIZE * 512):
@@ -72,11 +73,12 @@ def run_races(tools: Tools, races: list[Race], rounds: int, say: Callable[[str],
     results: Results = {race.name: {name: [] for name in race.contenders} for race in races}
     for turn in range(rounds):
         say(f"round {turn + 1} of {rounds}")
-        warm_memory()
         for race in races:
             names = list(race.contenders)
             first = turn % len(names)
             for name in names[first:] + names[:first]:
+                # Every time: what is free for a few seconds may go back to the host.
+                warm_memory()
                 # The first run finds the machine as the one before left it.
                 warm = 0 if race.large else 1
                 samples = launch(tools, race.contenders[name], 1 if race.large else 11)
