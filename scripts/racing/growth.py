@@ -71,12 +71,12 @@ def of_processes(tools: Tools, certificate: tuple[Path, Path], runs: int,
             for way in WAYS:
                 lane = Lane(tools, tls if way.tls else plain, "", "bare_client")
 
-                def cost(answer: str, lane: Lane = lane) -> float:
+                def cost(answer: str, lane: Lane = lane, runs: int = runs) -> float:
                     command: Command = lane.pull(answer).contenders[OURS]
                     warm_memory()
                     return min(sample.cpu_us for sample in launch(tools, command, runs))
 
-                start = cost("nothing")
+                start = cost("nothing", runs=5 * runs)  # It is taken off all the others.
                 costs = [(cost(f"{way.chunk} {eighths}@{way.write}") - start)
                          / sizes[way.chunk, eighths] for eighths in EIGHTHS]
                 found.append(Growth(kind, way.name, [each / costs[0] for each in costs]))

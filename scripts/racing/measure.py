@@ -77,8 +77,10 @@ def run_races(tools: Tools, races: list[Race], rounds: int, say: Callable[[str],
             names = list(race.contenders)
             first = turn % len(names)
             for name in names[first:] + names[:first]:
-                # Every time: what is free for a few seconds may go back to the host.
-                warm_memory()
+                # Every time: what is free for a few seconds may go back to the host.  Small runs
+                # need little, and would find the processor's cache emptied.
+                if race.large:
+                    warm_memory()
                 # The first run finds the machine as the one before left it.
                 warm = 0 if race.large else 1
                 samples = launch(tools, race.contenders[name], 1 if race.large else 11)
