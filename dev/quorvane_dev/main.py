@@ -24,6 +24,9 @@ def main(arguments: list[str] | None = None) -> int:
                         help="port to listen on (default: a free one)")
     parser.add_argument("--data", type=Path, metavar="FILE",
                         help="keep the state in this SQLite file (default: a temporary one)")
+    parser.add_argument("--name", action="append", default=[], metavar="HOST",
+                        help="answer for this host, too, which a front passes on; may be repeated"
+                             " (127.0.0.1 and localhost are always answered)")
     parser.add_argument("--verbose", action="store_true", help="log requests on standard error")
     options = parser.parse_args(arguments)
     if not 0 <= options.port <= 65535:
@@ -35,7 +38,7 @@ def main(arguments: list[str] | None = None) -> int:
     # Blocked before any thread starts, so that the signals are left for sigwait.
     signal.pthread_sigmask(signal.SIG_BLOCK, END_SIGNALS)
     try:
-        service = Service(options.port, options.data, verbose=options.verbose)
+        service = Service(options.port, options.data, options.name, options.verbose)
     except OSError as error:
         print(f"Cannot listen on 127.0.0.1:{options.port}: {error.strerror}", file=sys.stderr)
         return 1

@@ -9,7 +9,7 @@ import sys
 import tempfile
 import threading
 import traceback
-from collections.abc import Callable
+from collections.abc import Iterable
 from http.server import BaseHTTPRequestHandler
 from pathlib import Path
 from types import TracebackType
@@ -24,8 +24,8 @@ IDLE_LIMIT_S = 30
 MAX_DISCARDED_BYTES = 64 * 1024 * 1024
 """How much of a refused body is read, so that its sender comes to read the refusal."""
 
-Intercept = Callable[[Request], Response | None]
-"""What a test may put before the service: its answer is sent instead, None lets the call pass."""
+OWN_NAMES = ("127.0.0.1", "localhost")
+"""The hosts of the addresses under which a browser on this machine reaches the service."""
 
 
 class _Server(socketserver.ThreadingMixIn, socketserver.TCPServer):
@@ -34,9 +34,9 @@ class _Server(socketserver.ThreadingMixIn, socketserver.TCPServer):
     block_on_close = False
     request_queue_size = 128
 
-    def __init__(self, port: int, store: Store, intercept: Intercept | None, verbose: bool) -> None:
+    def __init__(self, port: int, store: Store, names: Iterable[str], verbose: bool) -> None:
         self.store = store
-        self.intercept = intercept
+        self.names = {name.lower() for name in (*OWN_NAMES, *names)}
         self.verbose = verbose
         super().__init__(("127.0.0.1", port), _Handler)
 
@@ -95,9 +95,21 @@ class _Handler(BaseHTTPRequestHandler):
             raise ConnectionAbortedError
         return body
 
+    def _check_host(self) -> None:
+        """Refuses a request for a host that is not the service's.
+
+        Anybody can let a name of their own resolve to 127.0.0.1.  For a browser, the pages of that
+        name then share an origin with the service and can authorize a sign-in (DNS rebinding).
+        """
+        hosts: list[str] = self.headers.get_all("Host", [])
+        if len(hosts) != 1:
+            raise HttpError(400, "A request needs one Host")
+        name = hosts[0].strip().lower().partition(":")[0]
+        if name not in self.server.names:
+            raise HttpError(421, "This service does not answer for that host: see --name")
+
     def _run(self, request: Request) -> Response:
-        if self.server.intercept and (response := self.server.intercept(request)):
-            return response
+        self._check_host()
         answer = api.answer if request.path.startswith("/api/") else pages.answer
         return answer(self.server.store, request)
 
@@ -133,19 +145,20 @@ class Service:
     """A running service; leaving the `with` block, or `close`, ends it.
 
     `data` is the state file, made when missing and kept; without it the state is temporary.
-    Port 0 takes a free one.  Raises `OSError` for the port and `sqlite3.Error` or `ValueError` for
-    the file.
+    Port 0 takes a free one.  `names` are hosts to answer for beside 127.0.0.1 and localhost, such
+    as that of a `Front`; requests for any other are refused.  Raises `OSError` for the port and
+    `sqlite3.Error` or `ValueError` for the file.
     """
 
-    def __init__(self, port: int = 0, data: Path | None = None,
-                 intercept: Intercept | None = None, verbose: bool = False) -> None:
+    def __init__(self, port: int = 0, data: Path | None = None, names: Iterable[str] = (),
+                 verbose: bool = False) -> None:
         self._folder = None if data else Path(tempfile.mkdtemp(prefix="quorvane-dev-"))
         try:
             self.store = Store(data or Path(str(self._folder), "state.sqlite"))
             try:
                 if self.store.fresh:
                     seed.fill(self.store)
-                self._server = _Server(port, self.store, intercept, verbose)
+                self._server = _Server(port, self.store, names, verbose)
             except BaseException:
                 self.store.close()
                 raise

@@ -227,8 +227,9 @@ def main() -> int:
         opener.parent.mkdir()
         opener.write_text(OPENER)
         opener.chmod(0o755)
-        service = stack.enter_context(Service())
-        front = stack.enter_context(Front(folder, "quorvane.test", service.port))
+        host = "quorvane.test"
+        service = stack.enter_context(Service(names=[host]))
+        front = stack.enter_context(Front(folder, host, service.port))
         browser = stack.enter_context(Browser(folder / "home", front.trust_file))
         origins = (service.origin, front.origin)
         result = unittest.main(argv=[sys.argv[0], *rest], exit=False).result
