@@ -19,11 +19,11 @@ SHELLS = ("bash", "zsh", "fish")
 # What a shell reads first.  The line under test comes by keyboard, its candidates go to $OUT:
 # bash's M-* writes them all into the line, which Enter then runs; zsh reports what it would add.
 START = {"bash": f"""
-source {ROOT}/completions/quorvane.bash
+source {ROOT}/packaging/completions/quorvane.bash
 quorvane() {{ printf '%s\\n' "$@" >"$OUT.new"; mv "$OUT.new" "$OUT"; }}
 PS1='READY>'
 """, "zsh": f"""
-fpath=({ROOT}/completions $fpath)
+fpath=({ROOT}/packaging/completions $fpath)
 autoload -Uz compinit && compinit -u -D
 compadd() {{
     [[ ${{@[1,(i)(-|--)]}} == *-(O|A|D)\\ * ]] || {{
@@ -70,7 +70,7 @@ def type_line(shell: str, line: str, scene: Scene) -> tuple[list[str], str]:
 def press_tab(shell: str, line: str, scene: Scene) -> tuple[set[str], str]:
     """What `shell` offers at the end of `line`, and what the terminal showed."""
     if shell == "fish":
-        script = f"source {ROOT}/completions/quorvane.fish; complete -C '{line}'"
+        script = f"source {ROOT}/packaging/completions/quorvane.fish; complete -C '{line}'"
         run = subprocess.run(["fish", "--no-config", "-c", script], env=scene.environment,
                              cwd=scene.work, capture_output=True, text=True, timeout=TIME_LIMIT_S)
         offered, shown = [item.partition("\t")[0] for item in run.stdout.splitlines()], run.stderr
@@ -145,4 +145,4 @@ class Completions(EndToEnd):
         self.rows(table, self.offers)
         for name in ("_quorvane", "quorvane.fish"):
             for description in re.findall(r"\t([^(\n]*[^(\n ])", told):
-                self.assertIn(description, (ROOT / "completions" / name).read_text(), name)
+                self.assertIn(description, (ROOT / "packaging/completions" / name).read_text(), name)

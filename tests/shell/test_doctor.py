@@ -7,7 +7,7 @@ from pathlib import Path
 
 from harness import PROGRAM, TOKEN, EndToEnd, Scene, answer, reply
 
-DOCTOR = str(Path(__file__).resolve().parents[2] / "contrib/quorvane-doctor")
+DOCTOR = str(Path(__file__).resolve().parents[2] / "packaging/quorvane-doctor")
 HEADINGS = ("Program", "Files", "Certificates (https)", "Network", "Browser", "Reachability")
 
 

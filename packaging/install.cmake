@@ -36,7 +36,7 @@ endfunction()
 file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/install)
 
 install(TARGETS quorvane)
-install(PROGRAMS contrib/quorvane-doctor DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(PROGRAMS packaging/quorvane-doctor DESTINATION ${CMAKE_INSTALL_BINDIR})
 foreach(page quorvane.1 quorvane-doctor.1)
     if(QUORVANE_GZIP)
         quorvane_install_compressed(
@@ -45,10 +45,10 @@ foreach(page quorvane.1 quorvane-doctor.1)
         install(FILES docs/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
     endif()
 endforeach()
-install(FILES completions/quorvane.bash RENAME quorvane
+install(FILES packaging/completions/quorvane.bash RENAME quorvane
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-install(FILES completions/_quorvane DESTINATION ${QUORVANE_ZSH_DIR})
-install(FILES completions/quorvane.fish
+install(FILES packaging/completions/_quorvane DESTINATION ${QUORVANE_ZSH_DIR})
+install(FILES packaging/completions/quorvane.fish
     DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 install(DIRECTORY docs/guides DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md")
 install(FILES packaging/copyright CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
@@ -81,4 +81,4 @@ install(CODE "
     endif()")
 
 # Last, because it lists the files above as they were installed.
-include(cmake/spdx.cmake)
+include(packaging/spdx.cmake)
