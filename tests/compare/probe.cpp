@@ -2,6 +2,7 @@
 // other implementations say.  One question a line on standard input, one answer a line; bytes are
 // written in hex.
 //
+//   json BYTES               the document without blanks, or "refused"
 //   sha256 BYTES             the digest
 //   base64url BYTES          the text
 //   query NAME ID TYPE       the DNS query, or "refused"
@@ -13,6 +14,8 @@
 #include <string>
 
 #include "dns/message.h"
+#include "json/parser.h"
+#include "json/writer.h"
 #include "session/encoding.h"
 #include "session/sha256.h"
 
@@ -54,6 +57,10 @@ std::string answer(std::istream& question) {
     }
     question >> bytes >> identifier;
     bytes = from_hex(bytes);
+    if (what == "json") {
+        const JsonParseResult parsed = parse_json(bytes, kApplicationJsonLimits);
+        return parsed.ok ? hex_lower(as_bytes(write_json(parsed.value).view())) : "refused";
+    }
     if (what == "sha256") return hex_lower(sha256(bytes));
     if (what == "base64url") return base64url(as_bytes(bytes));
     if (what == "response") return addresses(parse_dns_response(bytes, identifier));
