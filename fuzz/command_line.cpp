@@ -34,10 +34,9 @@ void check_command(const ParseResult& result) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     std::vector<std::string_view> words;
-    quorvane::TextSplit rest = {{}, {reinterpret_cast<const char*>(data), size}, true};
-    while (rest.found) {
-        rest = quorvane::split_once(rest.after, '\n');
-        words.push_back(rest.before);
+    for (const std::string_view word :
+         quorvane::split({reinterpret_cast<const char*>(data), size}, '\n')) {
+        words.push_back(word);
     }
     const ParseResult result = parse_command_line(words, quorvane::command_tree());
     check(result.ok == (result.kind != ParseKind::kError));

@@ -25,7 +25,7 @@ int resolve_error(const ResolveResult& resolved) {
 ConnectResult connect_host(std::string_view host, std::int32_t port, std::int64_t timeout_ms) {
     ConnectResult result;
     result.error = -EINVAL;
-    if (port < 1 || port > 65535 || timeout_ms < 1 || timeout_ms > kMaxSocketWaitMs) return result;
+    if (port < 1 || port > kMaxPort || timeout_ms < 1 || timeout_ms > kMaxSocketWaitMs) return result;
     if (parse_ipv4(host) || parse_ipv6(host)) return connect_literal(host, port, timeout_ms);
 
     const ResolveResult resolved = resolve_host(host, timeout_ms);

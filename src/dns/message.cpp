@@ -131,9 +131,7 @@ std::optional<std::string> encode_dns_name(std::string_view host) {
     if (host.ends_with('.')) host.remove_suffix(1);
     if (host.size() > kMaxNameBytes) return std::nullopt;
     std::string name;
-    for (TextSplit rest = {{}, host, true}; rest.found;) {
-        rest = split_once(rest.after, '.');
-        const std::string_view label = rest.before;
+    for (const std::string_view label : split(host, '.')) {
         if (label.empty() || label.size() > kMaxLabelBytes) return std::nullopt;
         name += static_cast<char>(label.size());
         name += label;

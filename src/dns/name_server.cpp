@@ -7,9 +7,7 @@ namespace quorvane {
 
 std::string_view choose_name_server(std::string_view resolver_file) {
     constexpr std::string_view kKeyword = "nameserver ";
-    for (TextSplit rest = {{}, resolver_file, true}; rest.found;) {
-        rest = split_once(rest.after, '\n');
-        std::string_view line = rest.before;
+    for (std::string_view line : split(resolver_file, '\n')) {
         if (line.ends_with('\r')) line.remove_suffix(1);
         if (!line.starts_with(kKeyword)) continue;
         line.remove_prefix(kKeyword.size());

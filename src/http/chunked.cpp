@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "http/digits.h"
 #include "support/text.h"
 
 namespace quorvane {

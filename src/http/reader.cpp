@@ -190,9 +190,8 @@ std::string_view find_header(const std::vector<HttpHeader>& headers, std::string
 }
 
 bool header_has_token(std::string_view value, std::string_view token) {
-    for (TextSplit rest = {{}, value, true}; rest.found;) {
-        rest = split_once(rest.after, ',');
-        const std::string_view element = trim_blanks(split_once(rest.before, ';').before);
+    for (const std::string_view part : split(value, ',')) {
+        const std::string_view element = trim_blanks(split_once(part, ';').before);
         if (equal_ignoring_case(element, token)) return true;
     }
     return false;

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "http/chunked.h"
-#include "http/digits.h"
 #include "http/message.h"
 #include "support/bytes.h"
 

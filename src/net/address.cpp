@@ -9,46 +9,17 @@
 namespace quorvane {
 namespace {
 
-constexpr std::size_t kIpv6Groups = 8;
-
-std::optional<std::uint8_t> parse_octet(std::string_view text) {
-    if (text.empty() || text.size() > 3) return std::nullopt;
-    int value = 0;
-    for (const char byte : text) {
-        if (!is_digit(byte)) return std::nullopt;
-        value = value * 10 + (byte - '0');
+/// The bytes of groups separated by ":", at most eight groups; the empty text is the empty list.
+std::optional<std::string> parse_groups(std::string_view text) {
+    std::string bytes;
+    if (text.empty()) return bytes;
+    for (const std::string_view part : split(text, ':')) {
+        const std::int64_t group = part.size() > 4 ? -1 : parse_hex(part, 0xFFFF);
+        if (group < 0 || bytes.size() == sizeof(Ipv6Address)) return std::nullopt;
+        bytes += static_cast<char>(group >> 8);
+        bytes += static_cast<char>(group & 0xFF);
     }
-    if (value > 255) return std::nullopt;
-    return static_cast<std::uint8_t>(value);
-}
-
-std::optional<std::uint16_t> parse_group(std::string_view text) {
-    if (text.empty() || text.size() > 4) return std::nullopt;
-    std::uint16_t value = 0;
-    const char* const end = text.data() + text.size();
-    // An unsigned target takes no sign, so only hexadecimal digits reach the end.
-    if (std::from_chars(text.data(), end, value, 16).ptr != end) return std::nullopt;
-    return value;
-}
-
-struct GroupList {
-    bool ok = false;
-    std::size_t count = 0;
-    std::array<std::uint16_t, kIpv6Groups> values = {};
-};
-
-/// Groups separated by ":"; the empty text is the empty list.
-GroupList parse_groups(std::string_view text) {
-    GroupList list;
-    if (text.empty()) return {.ok = true, .count = 0, .values = {}};
-    for (TextSplit rest = {{}, text, true}; rest.found;) {
-        rest = split_once(rest.after, ':');
-        const std::optional<std::uint16_t> group = parse_group(rest.before);
-        if (!group || list.count == kIpv6Groups) return {};
-        list.values[list.count++] = *group;
-    }
-    list.ok = true;
-    return list;
+    return bytes;
 }
 
 std::uint16_t network_order(std::int32_t port) { return htons(static_cast<std::uint16_t>(port)); }
@@ -57,35 +28,29 @@ std::uint16_t network_order(std::int32_t port) { return htons(static_cast<std::u
 
 std::optional<Ipv4Address> parse_ipv4(std::string_view text) {
     Ipv4Address address;
-    TextSplit rest = {{}, text, true};
-    for (std::uint8_t& byte : address.bytes) {
-        if (!rest.found) return std::nullopt;
-        rest = split_once(rest.after, '.');
-        const std::optional<std::uint8_t> octet = parse_octet(rest.before);
-        if (!octet) return std::nullopt;
-        byte = *octet;
+    std::size_t count = 0;
+    for (const std::string_view part : split(text, '.')) {
+        const std::int64_t byte = part.size() > 3 ? -1 : parse_decimal(part, 255);
+        if (byte < 0 || count == address.bytes.size()) return std::nullopt;
+        address.bytes[count++] = static_cast<std::uint8_t>(byte);
     }
-    if (rest.found) return std::nullopt;
+    if (count != address.bytes.size()) return std::nullopt;
     return address;
 }
 
 std::optional<Ipv6Address> parse_ipv6(std::string_view text) {
+    Ipv6Address address;
     const std::size_t gap = text.find("::");
     const bool compressed = gap != std::string_view::npos;
-    const GroupList head = parse_groups(text.substr(0, gap));
-    const GroupList tail = parse_groups(compressed ? text.substr(gap + 2) : std::string_view());
-    if (!head.ok || !tail.ok) return std::nullopt;
-    const std::size_t given = head.count + tail.count;
-    if (compressed ? given >= kIpv6Groups : given != kIpv6Groups) return std::nullopt;
-
-    std::array<std::uint16_t, kIpv6Groups> groups = {};
-    std::copy_n(head.values.begin(), head.count, groups.begin());
-    std::copy_n(tail.values.begin(), tail.count, groups.end() - static_cast<long>(tail.count));
-    Ipv6Address address;
-    for (std::size_t i = 0; i < kIpv6Groups; ++i) {
-        address.bytes[2 * i] = static_cast<std::uint8_t>(groups[i] >> 8);
-        address.bytes[2 * i + 1] = static_cast<std::uint8_t>(groups[i] & 0xFF);
+    const auto head = parse_groups(text.substr(0, gap));
+    const auto tail = parse_groups(compressed ? text.substr(gap + 2) : std::string_view());
+    if (!head || !tail) return std::nullopt;
+    const std::size_t given = head->size() + tail->size();
+    if (compressed ? given >= address.bytes.size() : given != address.bytes.size()) {
+        return std::nullopt;
     }
+    std::ranges::copy(*head, address.bytes.begin());
+    std::ranges::copy_backward(*tail, address.bytes.end());
     return address;
 }
 
@@ -100,8 +65,8 @@ std::string format_ipv4(const Ipv4Address& address) {
 
 std::string format_ipv6(const Ipv6Address& address) {
     std::string text;
-    for (std::size_t i = 0; i < kIpv6Groups; ++i) {
-        const unsigned group = address.bytes[2 * i] * 256U + address.bytes[2 * i + 1];
+    for (std::size_t i = 0; i < address.bytes.size(); i += 2) {
+        const unsigned group = address.bytes[i] * 256U + address.bytes[i + 1];
         char digits[4];
         if (i > 0) text += ':';
         text.append(digits, std::to_chars(digits, digits + sizeof digits, group, 16).ptr);

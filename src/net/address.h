@@ -13,6 +13,8 @@
 /// The texts are literals only; nothing here knows a name.  Bytes are in network order.
 namespace quorvane {
 
+inline constexpr std::int32_t kMaxPort = 65535;
+
 struct Ipv4Address {
     std::array<std::uint8_t, 4> bytes = {};
 };
@@ -35,10 +37,10 @@ struct Ipv6Address {
 /// All eight groups, lower case, without leading zeros and never shortened by "::".
 [[nodiscard]] std::string format_ipv6(const Ipv6Address& address);
 
-/// `port` is 0 to 65535.
+/// `port` is 0 to kMaxPort.
 [[nodiscard]] sockaddr_in make_socket_address(const Ipv4Address& address, std::int32_t port);
 
-/// `port` is 0 to 65535; flow information and scope are 0.
+/// `port` is 0 to kMaxPort; flow information and scope are 0.
 [[nodiscard]] sockaddr_in6 make_socket_address(const Ipv6Address& address, std::int32_t port);
 
 }  // namespace quorvane

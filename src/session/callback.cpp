@@ -7,11 +7,9 @@
 namespace quorvane {
 
 std::string_view query_parameter(std::string_view query, std::string_view name) {
-    while (!query.empty()) {
-        const TextSplit parameters = split_once(query, '&');
-        const TextSplit parameter = split_once(parameters.before, '=');
-        if (parameter.found && parameter.before == name) return parameter.after;
-        query = parameters.after;
+    for (const std::string_view parameter : split(query, '&')) {
+        const TextSplit value = split_once(parameter, '=');
+        if (value.found && value.before == name) return value.after;
     }
     return {};
 }

@@ -1,12 +1,10 @@
 #include "session/origin.h"
 
-#include "http/digits.h"
+#include "net/address.h"
 #include "support/text.h"
 
 namespace quorvane {
 namespace {
-
-constexpr std::int32_t kMaxPort = 65535;
 
 bool is_authority_byte(char byte) {
     return (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z') || is_digit(byte) ||

@@ -16,10 +16,8 @@ std::string help_of(const Words& path) { return render_help(command_tree(), path
 // What the program's own tree says to the words of `line`.
 ParseResult parse(std::string_view line) {
     Words words;
-    TextSplit rest = {{}, line, !line.empty()};
-    while (rest.found) {
-        rest = split_once(rest.after, ' ');
-        words.push_back(rest.before);
+    for (const std::string_view word : split(line, ' ')) {
+        if (!line.empty()) words.push_back(word);
     }
     return parse_command_line(words, command_tree());
 }
