@@ -52,7 +52,7 @@ void read_response(benchmark::State& state, std::size_t chunk_size, std::size_t 
             rest.remove_prefix(std::min(read_size, rest.size()));
             framing.advance(received.view());
         }
-        if (!framing.whole()) std::abort();
+        if (!framing.complete()) std::abort();
         const ResponseParse parse = parse_response(std::move(received), kMostBytes);
         if (!parse.complete) std::abort();
         benchmark::DoNotOptimize(parse.response.body.size());

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "support/text.h"
 
@@ -10,7 +11,7 @@ namespace quorvane {
 ChunkScanner::Line ChunkScanner::take_line(std::string_view data) {
     const std::size_t end = data.find("\r\n", searched_);
     if (end == std::string_view::npos) {
-        // The last byte may be the first half of a line end.
+        // The last byte may be the CR of a line end.
         searched_ = std::max(searched_, data.empty() ? 0 : data.size() - 1);
         return {};
     }
@@ -54,22 +55,10 @@ ChunkStep ChunkScanner::next(std::string_view data) {
     }
 }
 
-ChunkedDecode decode_chunked(std::string_view data, std::int64_t body_limit) {
+ChunkedDecode decode_chunked(ByteBuffer data, std::int64_t body_limit) {
     ChunkedDecode decode;
     ChunkScanner scanner(body_limit);
-    ChunkStep step = scanner.next(data);
-    for (; step == ChunkStep::kChunk; step = scanner.next(data)) {
-        decode.body.append(data.substr(scanner.chunk_begin(), scanner.chunk_size()));
-    }
-    decode.complete = step == ChunkStep::kEnd;
-    decode.error = step == ChunkStep::kError;
-    if (decode.complete) decode.consumed = static_cast<std::int64_t>(scanner.position());
-    return decode;
-}
-
-bool decode_chunked_in_place(ByteBuffer& data, std::int64_t body_limit) {
     // Decoded bytes lie before their place in the input, which the scanner never reads again.
-    ChunkScanner scanner(body_limit);
     std::size_t decoded = 0;
     ChunkStep step = scanner.next(data.view());
     for (; step == ChunkStep::kChunk; step = scanner.next(data.view())) {
@@ -78,7 +67,11 @@ bool decode_chunked_in_place(ByteBuffer& data, std::int64_t body_limit) {
         decoded += scanner.chunk_size();
     }
     data.truncate(decoded);
-    return step == ChunkStep::kEnd;
+    decode.body = std::move(data);
+    decode.complete = step == ChunkStep::kEnd;
+    decode.error = step == ChunkStep::kError;
+    if (decode.complete) decode.consumed = static_cast<std::int64_t>(scanner.position());
+    return decode;
 }
 
 }  // namespace quorvane

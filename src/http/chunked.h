@@ -1,16 +1,15 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 #include <string_view>
 
 #include "support/bytes.h"
 
 /// Chunked bodies (RFC 9112 7.1).
 ///
-/// A chunk counts once its data and the CR LF behind it have arrived.  Chunk extensions and
-/// trailer lines are dropped unread.  An error is final: a bad or empty size, data that CR LF does
-/// not follow, or a body that would pass the limit.
+/// A chunk counts once its data and the CR LF after it have arrived.  Chunk extensions and trailer
+/// lines are dropped unread.  An error is final: a bad or empty size, data without CR LF after it,
+/// or a body that would pass the limit.
 namespace quorvane {
 
 /// The body limit where the caller gives none.
@@ -18,22 +17,22 @@ inline constexpr std::int64_t kDefaultBodyLimit = 1'048'576;
 
 enum class ChunkStep : std::uint8_t { kMore, kChunk, kEnd, kError };
 
-/// Walks over a chunked body while it arrives and remembers where it stands, so that the walk
-/// costs one pass over the bytes however they come.
+/// Reads a chunked body while it arrives and remembers its place, so that one pass over the bytes
+/// is enough, in whatever pieces they come.
 class ChunkScanner {
   public:
     explicit ChunkScanner(std::int64_t body_limit) : body_limit_(body_limit) {}
 
     /// `data` is the body from its first byte to the last that has arrived; bytes before
-    /// `position` are not looked at again.  kChunk: the next whole chunk has been passed.
-    /// kMore: it has not arrived yet.  kEnd and kError are answered again ever after.
+    /// `position` are not read again.  kChunk: one more complete chunk has been passed.
+    /// kMore: it has not arrived yet.  After kEnd or kError every call returns the same again.
     ChunkStep next(std::string_view data);
 
     /// The data of the chunk that the last kChunk passed.
     [[nodiscard]] std::size_t chunk_begin() const { return chunk_begin_; }
     [[nodiscard]] std::size_t chunk_size() const { return chunk_size_; }
 
-    /// Input bytes passed; at kEnd, just past the empty line that closes the body.
+    /// Input bytes passed; at kEnd, those up to and with the empty line that ends the body.
     [[nodiscard]] std::size_t position() const { return position_; }
 
     /// The sizes of all chunks passed, added up.
@@ -52,7 +51,7 @@ class ChunkScanner {
 
     std::int64_t body_limit_;
     std::int64_t decoded_bytes_ = 0;  // Invariant: at most the limit, if that is not negative.
-    std::size_t position_ = 0;        // Where the line or the data in work begins.
+    std::size_t position_ = 0;        // Where the current line or chunk data begins.
     std::size_t searched_ = 0;        // No line end begins in [position_, searched_).
     std::size_t chunk_begin_ = 0;
     std::size_t chunk_size_ = 0;
@@ -61,17 +60,14 @@ class ChunkScanner {
 
 /// What `decode_chunked` made of a body.
 struct ChunkedDecode {
-    std::string body;           ///< The data of the whole chunks, joined.
+    ByteBuffer body;            ///< The data of the complete chunks, joined.
     std::int64_t consumed = 0;  ///< Input bytes used when `complete`, else 0.
-    bool complete = false;      ///< The last chunk and the empty line behind it were there.
+    bool complete = false;      ///< The last chunk and the empty line after it were there.
     bool error = false;         ///< The framing is malformed or the body passes the limit.
 };
 
-[[nodiscard]] ChunkedDecode decode_chunked(std::string_view data,
+/// Decodes in place: the buffer becomes the body, and no second one is allocated.
+[[nodiscard]] ChunkedDecode decode_chunked(ByteBuffer data,
                                            std::int64_t body_limit = kDefaultBodyLimit);
-
-/// The same without a second buffer: what is left in `data` is the joined data of the whole
-/// chunks.  True when the body was complete.
-[[nodiscard]] bool decode_chunked_in_place(ByteBuffer& data, std::int64_t body_limit);
 
 }  // namespace quorvane

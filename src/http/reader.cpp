@@ -1,6 +1,7 @@
 #include "http/reader.h"
 
 #include <algorithm>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -9,82 +10,55 @@
 namespace quorvane {
 namespace {
 
-constexpr std::string_view kLineEnd = "\r\n";
+/// Takes the first line off `rest`; nothing while its end has not arrived.
+std::optional<std::string_view> take_line(std::string_view& rest) {
+    constexpr std::string_view kLineEnd = "\r\n";
+    const std::size_t end = rest.find(kLineEnd);
+    if (end == std::string_view::npos) return std::nullopt;
+    const std::string_view line = rest.substr(0, end);
+    rest.remove_prefix(end + kLineEnd.size());
+    return line;
+}
 
-struct HeaderLine {
-    std::string_view name;
-    std::string_view value;
-};
-
-/// Walks over the lines of a head.  What `rest` holds when `next_header` has answered false is the
-/// body if the head `ended`, else a line that has not arrived whole.
-struct HeadWalk {
+/// A message as far as it has arrived.  A header line counts when its end is there.
+struct MessageHead {
     std::string_view first_line;
-    std::string_view rest;
-    bool ended = false;
+    std::vector<HttpHeader> headers;
+    bool complete = false;  ///< The empty line that ends a head was there.
+    std::string_view body;  ///< What follows a complete head.
 };
 
-HeadWalk begin_head(std::string_view message) {
-    const std::size_t end = message.find(kLineEnd);
-    if (end == std::string_view::npos) return {message, {}, false};
-    return {message.substr(0, end), message.substr(end + kLineEnd.size()), false};
-}
-
-bool next_header(HeadWalk& walk, HeaderLine& header) {
-    for (;;) {
-        const std::size_t end = walk.rest.find(kLineEnd);
-        if (end == std::string_view::npos) return false;
-        const std::string_view line = walk.rest.substr(0, end);
-        walk.rest.remove_prefix(end + kLineEnd.size());
-        if (line.empty()) {
-            walk.ended = true;
-            return false;
+MessageHead collect_headers(std::string_view message) {
+    MessageHead head;
+    head.first_line = take_line(message).value_or(message);
+    while (const std::optional<std::string_view> line = take_line(message)) {
+        if (line->empty()) {
+            head.complete = true;
+            head.body = message;
+            break;
         }
-        const TextSplit split = split_once(line, ':');
-        if (!split.found) continue;
-        const std::size_t begin = std::min(split.after.find_first_not_of(' '), split.after.size());
-        header = {split.before, split.after.substr(begin)};
-        return true;
+        const TextSplit header = split_once(*line, ':');
+        if (!header.found) continue;
+        std::string_view value = header.after;
+        value.remove_prefix(std::min(value.find_first_not_of(' '), value.size()));
+        head.headers.push_back({std::string(header.before), std::string(value)});
     }
+    return head;
 }
 
-std::vector<HttpHeader> collect_headers(HeadWalk& walk) {
-    std::vector<HttpHeader> headers;
-    for (HeaderLine header; next_header(walk, header);) {
-        headers.push_back({std::string(header.name), std::string(header.value)});
-    }
-    return headers;
-}
-
-/// -1 when the line holds no status of at most three significant digits between two blanks.
+/// The status between the first two blanks of the line, 100 to 999; 0 when there is none.
 std::int64_t read_status(std::string_view line) {
     const TextSplit protocol = split_once(line, ' ');
     const TextSplit code = split_once(protocol.after, ' ');
-    if (protocol.before.empty() || !code.found) return -1;
-    return parse_decimal(code.before, 999);
+    if (protocol.before.empty() || !code.found) return 0;
+    const std::int64_t status = parse_decimal(code.before, 999);
+    return status < 100 ? 0 : status;
 }
 
-bool usable_status(std::int64_t status) { return status >= 100; }
-
-enum class Framing : std::uint8_t { kChunked, kLength, kUntilClose, kMalformed };
-
-struct BodyFraming {
-    Framing kind = Framing::kUntilClose;
-    std::int64_t length = 0;  ///< Under kLength.
-};
-
-/// RFC 9112 6.3: chunks win over a length.  Both values are those of the first header of the name.
-BodyFraming judge_framing(std::string_view transfer_encoding, std::string_view content_length,
-                          std::int64_t body_limit) {
-    if (header_has_token(transfer_encoding, "chunked")) return {Framing::kChunked, 0};
-    if (content_length.empty()) return {Framing::kUntilClose, 0};
-    const std::int64_t length = parse_decimal(content_length, body_limit);
-    if (length < 0) return {Framing::kMalformed, 0};
-    return {Framing::kLength, length};
-}
-
-bool has_bytes(std::string_view body, std::int64_t length) {
-    return static_cast<std::int64_t>(body.size()) >= length;
+/// RFC 9112 6.3: chunks win over a length, and the first header of either name counts.
+BodyFraming judge_framing(const std::vector<HttpHeader>& headers, std::int64_t body_limit) {
+    if (header_has_token(find_header(headers, "Transfer-Encoding"), "chunked")) return {true, -1};
+    return {false, parse_decimal(find_header(headers, "Content-Length"), body_limit)};
 }
 
 std::string_view trim_blanks(std::string_view text) {
@@ -97,88 +71,68 @@ std::string_view trim_blanks(std::string_view text) {
 
 ResponseParse parse_response(ByteBuffer received, std::int64_t body_limit) {
     ResponseParse parse;
-    HeadWalk walk = begin_head(received.view());
-    const std::int64_t status = read_status(walk.first_line);
-    if (!usable_status(status)) return parse;
-    parse.ok = true;
-    parse.response.status = status;
-    parse.response.headers = collect_headers(walk);
-    if (!walk.ended) return parse;
+    MessageHead head = collect_headers(received.view());
+    parse.response.status = read_status(head.first_line);
+    parse.ok = parse.response.status != 0;
+    if (!parse.ok) return parse;
+    parse.response.headers = std::move(head.headers);
+    if (!head.complete) return parse;
 
-    const std::vector<HttpHeader>& headers = parse.response.headers;
-    const BodyFraming framing = judge_framing(find_header(headers, "Transfer-Encoding"),
-                                              find_header(headers, "Content-Length"), body_limit);
-    received.drop_front(received.size() - walk.rest.size());
-    if (framing.kind == Framing::kChunked) {
-        parse.complete = decode_chunked_in_place(received, body_limit);
-    } else if (framing.kind == Framing::kLength) {
-        parse.complete = has_bytes(received.view(), framing.length);
-        received.truncate(static_cast<std::size_t>(framing.length));
+    const BodyFraming framing = judge_framing(parse.response.headers, body_limit);
+    received.drop_front(received.size() - head.body.size());
+    if (framing.chunked) {
+        ChunkedDecode decode = decode_chunked(std::move(received), body_limit);
+        parse.complete = decode.complete;
+        received = std::move(decode.body);
+    } else if (framing.length >= 0) {
+        const auto length = static_cast<std::size_t>(framing.length);
+        parse.complete = received.size() >= length;
+        received.truncate(length);
     }
     parse.response.body = std::move(received);
     return parse;
 }
 
-void ResponseFraming::read_head(std::string_view head) {
-    HeadWalk walk = begin_head(head);
-    std::string_view transfer_encoding;
-    std::string_view content_length;
-    bool seen_encoding = false;
-    bool seen_length = false;
-    for (HeaderLine header; next_header(walk, header);) {
-        if (!seen_encoding && equal_ignoring_case(header.name, "Transfer-Encoding")) {
-            transfer_encoding = header.value;
-            seen_encoding = true;
-        } else if (!seen_length && equal_ignoring_case(header.name, "Content-Length")) {
-            content_length = header.value;
-            seen_length = true;
-        }
-    }
-    const BodyFraming framing = judge_framing(transfer_encoding, content_length, body_limit_);
-    state_ = State::kEndless;
-    if (!usable_status(read_status(walk.first_line))) return;
-    if (framing.kind == Framing::kChunked) state_ = State::kChunked;
-    if (framing.kind == Framing::kLength) state_ = State::kLength;
-    body_bytes_ = framing.length;
-}
-
-void ResponseFraming::read_chunks(std::string_view body) {
-    ChunkStep step = chunks_.next(body);
-    while (step == ChunkStep::kChunk) step = chunks_.next(body);
-    whole_ = step == ChunkStep::kEnd;
-    body_bytes_ = chunks_.decoded_bytes();
-}
-
 void ResponseFraming::advance(std::string_view received) {
-    constexpr std::string_view kHeadEnd = "\r\n\r\n";
-    if (state_ == State::kHead) {
-        const std::size_t end = received.find(kHeadEnd, searched_);
-        if (end == std::string_view::npos) {
-            // The last three bytes may be the beginning of the head's end.
-            searched_ = received.size() - std::min(received.size(), kHeadEnd.size() - 1);
-            return;
-        }
-        head_bytes_ = end + kHeadEnd.size();
-        read_head(received.substr(0, head_bytes_));
+    if (head_bytes_ == 0) {
+        head_bytes_ = head_size(received, searched_);
+        searched_ = received.size();
+        if (head_bytes_ == 0) return;
+        const MessageHead head = collect_headers(received);
+        if (read_status(head.first_line) != 0) framing_ = judge_framing(head.headers, body_limit_);
     }
     const std::string_view body = received.substr(head_bytes_);
-    if (state_ == State::kChunked) read_chunks(body);
-    if (state_ == State::kLength) {
-        whole_ = has_bytes(body, body_bytes_);
-        missing_bytes_ = whole_ ? 0 : static_cast<std::size_t>(body_bytes_) - body.size();
+    if (framing_.chunked) {
+        ChunkStep step = ChunkStep::kChunk;
+        while (step == ChunkStep::kChunk) step = chunks_.next(body);
+        complete_ = step == ChunkStep::kEnd;
+        body_bytes_ = chunks_.decoded_bytes();
+    } else if (framing_.length >= 0) {
+        body_bytes_ = framing_.length;
+        missing_bytes_ =
+            static_cast<std::size_t>(std::max<std::int64_t>(body_bytes_ - std::ssize(body), 0));
+        complete_ = missing_bytes_ == 0;
     }
+}
+
+std::size_t head_size(std::string_view received, std::size_t searched) {
+    constexpr std::string_view kHeadEnd = "\r\n\r\n";
+    // The end may have begun in the last three bytes that were searched.
+    const std::size_t from = searched - std::min(searched, kHeadEnd.size() - 1);
+    const std::size_t at = received.find(kHeadEnd, from);
+    return at == std::string_view::npos ? 0 : at + kHeadEnd.size();
 }
 
 HttpRequest parse_request(std::string_view received) {
-    HeadWalk walk = begin_head(received);
-    const TextSplit method = split_once(walk.first_line, ' ');
+    MessageHead head = collect_headers(received);
+    const TextSplit method = split_once(head.first_line, ' ');
     const TextSplit target = split_once(split_once(method.after, ' ').before, '?');
     HttpRequest request;
     request.method = method.before;
     request.path = target.before;
     request.query = target.after;
-    request.headers = collect_headers(walk);
-    if (walk.ended) request.body.append(walk.rest);
+    request.headers = std::move(head.headers);
+    request.body.append(head.body);
     return request;
 }
 

@@ -28,7 +28,7 @@ template <typename Read>
         const ReceiveResult got = read(result.bytes, std::min(allowed, kReadBytes));
         if (got.end_of_stream) return result;
         if (got.timed_out || got.error != 0) {
-            result.ok = framing.whole();
+            result.ok = framing.complete();
             return result;
         }
         framing.advance(result.bytes.view());
@@ -36,7 +36,7 @@ template <typename Read>
         if (const std::size_t missing = framing.missing_bytes()) {
             static_cast<void>(result.bytes.spare(missing + static_cast<std::size_t>(kReadBytes)));
         }
-        if (framing.whole() && framing.body_bytes() <= stop_body_bytes) return result;
+        if (framing.complete() && framing.body_bytes() <= stop_body_bytes) return result;
     }
 }
 

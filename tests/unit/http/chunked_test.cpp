@@ -8,14 +8,11 @@ namespace {
 void expect_chunks(std::string_view data, std::int64_t limit, std::string_view body,
                    std::int64_t consumed, bool error) {
     SCOPED_TRACE(data);
-    const ChunkedDecode got = decode_chunked(data, limit);
-    EXPECT_EQ(got.body, body);
+    const ChunkedDecode got = decode_chunked(ByteBuffer::copy_of(data), limit);
+    EXPECT_EQ(got.body.view(), body);
     EXPECT_EQ(got.consumed, consumed);
     EXPECT_EQ(got.complete, consumed > 0);
     EXPECT_EQ(got.error, error);
-    ByteBuffer in_place = ByteBuffer::copy_of(data);
-    EXPECT_EQ(decode_chunked_in_place(in_place, limit), consumed > 0);
-    EXPECT_EQ(in_place.view(), body);
 }
 
 TEST(DecodeChunked, JudgesFraming) {
@@ -42,7 +39,8 @@ TEST(DecodeChunked, JudgesFraming) {
     expect_chunks("7fffffffffffffff\r\nx", INT64_MAX, "", 0, false);
     expect_chunks("0\r\n\r\n", -1, "", 0, true);
     const std::string largest(1'048'576, 'x');
-    EXPECT_TRUE(decode_chunked("100000\r\n" + largest + "\r\n0\r\n\r\n").complete);
+    EXPECT_TRUE(
+        decode_chunked(ByteBuffer::copy_of("100000\r\n" + largest + "\r\n0\r\n\r\n")).complete);
 }
 
 }  // namespace
