@@ -31,11 +31,12 @@ void append_closing_headers(std::string& head, const std::vector<HttpHeader>& he
     if (!has_header(headers, "Connection")) append_line(head, "Connection", "close");
 }
 
-ByteBuffer join_message(std::string& head, std::string_view body) {
-    head += "\r\n";
+ByteBuffer join_message(std::string_view head, std::string_view body) {
+    constexpr std::string_view kEmptyLine = "\r\n";
     ByteBuffer message;
-    static_cast<void>(message.spare(head.size() + body.size()));
+    static_cast<void>(message.spare(head.size() + kEmptyLine.size() + body.size()));
     message.append(head);
+    message.append(kEmptyLine);
     message.append(body);
     return message;
 }
@@ -44,11 +45,7 @@ ByteBuffer join_message(std::string& head, std::string_view body) {
 
 HttpRequest make_request(std::string method, std::string path, ByteBuffer body,
                          std::vector<HttpHeader> headers) {
-    return {.method = std::move(method),
-            .path = std::move(path),
-            .query = {},
-            .headers = std::move(headers),
-            .body = std::move(body)};
+    return {std::move(method), std::move(path), {}, std::move(headers), std::move(body)};
 }
 
 HttpRequest make_post(std::string path, ByteBuffer body, std::vector<HttpHeader> headers) {
@@ -84,59 +81,38 @@ std::string serialize_response_head(const HttpResponse& response) {
 }
 
 ByteBuffer serialize_response(const HttpResponse& response) {
-    std::string head = serialize_response_head(response);
-    return join_message(head, response.body.view());
+    return join_message(serialize_response_head(response), response.body.view());
 }
 
 std::string_view reason_phrase(std::int64_t status) {
-    switch (status) {
-        case 101:
-            return "Switching Protocols";
-        case 200:
-            return "OK";
-        case 201:
-            return "Created";
-        case 204:
-            return "No Content";
-        case 302:
-            return "Found";
-        case 303:
-            return "See Other";
-        case 400:
-            return "Bad Request";
-        case 401:
-            return "Unauthorized";
-        case 403:
-            return "Forbidden";
-        case 404:
-            return "Not Found";
-        case 405:
-            return "Method Not Allowed";
-        case 409:
-            return "Conflict";
-        case 413:
-            return "Payload Too Large";
-        case 415:
-            return "Unsupported Media Type";
-        case 422:
-            return "Unprocessable Content";
-        case 426:
-            return "Upgrade Required";
-        case 429:
-            return "Too Many Requests";
-        case 500:
-            return "Internal Server Error";
-        case 501:
-            return "Not Implemented";
-        case 502:
-            return "Bad Gateway";
-        case 503:
-            return "Service Unavailable";
-        case 504:
-            return "Gateway Timeout";
-        default:
-            return "Unknown Status";
+    static constexpr std::pair<int, std::string_view> kPhrases[] = {
+        {101, "Switching Protocols"},
+        {200, "OK"},
+        {201, "Created"},
+        {204, "No Content"},
+        {302, "Found"},
+        {303, "See Other"},
+        {400, "Bad Request"},
+        {401, "Unauthorized"},
+        {403, "Forbidden"},
+        {404, "Not Found"},
+        {405, "Method Not Allowed"},
+        {409, "Conflict"},
+        {413, "Payload Too Large"},
+        {415, "Unsupported Media Type"},
+        {422, "Unprocessable Content"},
+        {426, "Upgrade Required"},
+        {429, "Too Many Requests"},
+        {500, "Internal Server Error"},
+        {501, "Not Implemented"},
+        {502, "Bad Gateway"},
+        {503, "Service Unavailable"},
+        {504, "Gateway Timeout"},
+    };
+    for (const auto& [code, phrase] : kPhrases) {
+        if (code == status) return phrase;
     }
+    return "Unknown Status";
 }
 
 }  // namespace quorvane

@@ -10,8 +10,8 @@
 /// HTTP/1.1 messages (RFC 9112) as records and as bytes.
 ///
 /// Writing cannot fail and checks nothing: names, values, paths and queries go out byte for byte,
-/// so callers pass only what they built themselves.  Header names are compared without regard to
-/// ASCII case.
+/// so callers pass only texts that they built themselves.  Header names are compared without regard
+/// to ASCII case.
 namespace quorvane {
 
 struct HttpHeader {
@@ -44,13 +44,13 @@ struct HttpResponse {
 /// A response whose only header is "Content-Type: text/plain; charset=utf-8".
 [[nodiscard]] HttpResponse make_text_response(std::string_view body, std::int64_t status = 200);
 
-/// The whole request: its own headers in order, then those of Host (with the value `host_header`),
-/// Content-Length and Connection ("close") that it does not carry itself, then the body.
+/// The complete message: the request's own headers in order, then Host (with the value
+/// `host_header`), Content-Length and Connection ("close") where it has none, then the body.
 [[nodiscard]] ByteBuffer serialize_request(const HttpRequest& request,
                                            std::string_view host_header);
 
-/// The status line and the header lines, without the empty line that ends the head.  The headers
-/// of Content-Length and Connection ("close") are added where they are missing, except to a 101.
+/// The status line and the header lines, without the empty line that ends the head.  Content-Length
+/// and Connection ("close") are added where they are missing, except to a 101.
 [[nodiscard]] std::string serialize_response_head(const HttpResponse& response);
 
 /// The head, the empty line and the body.
