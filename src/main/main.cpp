@@ -1,11 +1,10 @@
 #include "main/run_cli.h"
 #include "support/process.h"
-#include "support/standard_streams.h"
 #include "support/syscall.h"
 
 int main(int argc, char** argv) {
     quorvane::set_process_vectors(argc, argv);
     quorvane::secure_standard_streams();
-    // All is written.  Exit handlers, OpenSSL's above all, would only give memory back.
+    // All output is written.  Exit handlers, OpenSSL's above all, would only free memory.
     quorvane::kernel::exit(quorvane::run_cli());
 }

@@ -2,6 +2,8 @@
 
 #include <cstddef>
 
+#include "support/syscall.h"
+
 namespace quorvane {
 namespace {
 
@@ -32,6 +34,19 @@ std::optional<std::string_view> lookup_env(std::string_view name) {
         }
     }
     return std::nullopt;
+}
+
+void secure_standard_streams() {
+    for (int stream = 0; stream <= 2; ++stream) {
+        if (kernel::fcntl(stream, F_GETFD) != -EBADF) continue;
+        // The lowest free number is this one.  Without a /dev, a descriptor of the root folder
+        // occupies the number and refuses every read and write.
+        if (kernel::open("/dev/null", O_RDWR) < 0) {
+            static_cast<void>(kernel::open("/", O_PATH | O_DIRECTORY));
+        }
+    }
+    kernel::set_signal(SIGPIPE, SIG_IGN);
+    kernel::set_signal(SIGXFSZ, SIG_IGN);
 }
 
 }  // namespace quorvane
