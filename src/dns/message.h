@@ -12,8 +12,9 @@ namespace quorvane {
 inline constexpr std::uint16_t kDnsTypeA = 1;
 inline constexpr std::uint16_t kDnsTypeAaaa = 28;
 
-/// The host as labels, each behind its length, ended by a zero byte.  Labels are 1 to 63 bytes and
-/// the text at most 253, one trailing dot left out of account; other bytes than "." mean nothing.
+/// The host as labels, each after a byte with its length, ended by a zero byte.  A label has 1 to
+/// 63 bytes and the host at most 253; one dot at its end is ignored, and any byte but "." is
+/// accepted.
 [[nodiscard]] std::optional<std::string> encode_dns_name(std::string_view host);
 
 /// A query with one question in class IN, recursion desired.  `type` is kDnsTypeA or kDnsTypeAaaa.
@@ -21,22 +22,23 @@ inline constexpr std::uint16_t kDnsTypeAaaa = 28;
                                                          std::uint16_t identifier,
                                                          std::uint16_t type);
 
-/// What one query yielded.
+/// The result of one query.
 struct DnsAnswer {
-    std::vector<std::string> addresses;  ///< Address texts, in the order of the answer section.
-    bool ok = false;                     ///< A valid response; it may hold no address.
-    bool timed_out = false;              ///< No response came in time.
-    int error = 0;                       ///< An errno value (positive), 0 when there is none.
+    std::vector<std::string> addresses =
+        {};                  ///< Address texts, in the order of the answer section.
+    bool ok = false;         ///< A valid response; it may hold no address.
+    bool timed_out = false;  ///< No response came in time.
+    int error = 0;           ///< An errno value (positive), 0 when there is none.
 };
 
-/// Reads the addresses out of a response: every A and AAAA record of class IN, whatever was asked
-/// and whatever name owns it, so that an alias in front of them does no harm.  IPv6 addresses are
-/// written in eight groups.
+/// Reads the addresses of a response: every A and AAAA record of class IN, whatever the question
+/// was and whichever name owns the record, so that an alias before them does no harm.  IPv6
+/// addresses are written in eight groups.
 ///
-/// Not ok, with EBADMSG and no address at all: another identifier, no response, a response code
-/// other than 0, more than 16 questions or 256 answers, a name of 127 or more steps (labels and
-/// compression pointers), and everything that does not lie inside the datagram.  The truncation
-/// bit is not looked at.
+/// The answer is not ok, with EBADMSG and no address, for another identifier, a message that is no
+/// response, a response code other than 0, more than 16 questions or 256 answers, a name of 127 or
+/// more steps (labels and compression pointers), and any part that is not inside the datagram.  The
+/// truncation bit is ignored.
 [[nodiscard]] DnsAnswer parse_dns_response(std::string_view datagram, std::uint16_t identifier);
 
 }  // namespace quorvane
