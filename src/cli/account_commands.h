@@ -4,10 +4,10 @@
 
 #include "session/origin.h"
 
-/// The commands about the signed-in account.  Each makes one call to the service with `token`,
-/// prints one result on standard output and returns the exit status; when the call failed its line
-/// has been printed and the status is 1.  A member that is missing or of another type in the
-/// service's answer prints as the empty text and fails nothing.
+/// The commands about the signed-in account.  Each calls the service once with `token`, prints its
+/// result on standard output and returns the exit status.  When the call fails, it has printed the
+/// reason and the status is 1.  A member of the response that is missing or of another type prints
+/// as the empty text and is no failure.
 namespace quorvane {
 
 /// Prints the account's canonical e-mail address.
@@ -16,8 +16,8 @@ namespace quorvane {
 /// Prints "ID  NAME" for each project, in the service's order.
 [[nodiscard]] int run_projects(const ServiceOrigin& origin, std::string_view token);
 
-/// Revokes the token on the service, then removes the credential file.  A file that cannot be
-/// removed is status 1 with its own line: the token is worthless by then all the same.
+/// Revokes the token on the service, then removes the credential file.  When that cannot be
+/// removed, a line says so and the status is 1, although the token is worthless by then.
 [[nodiscard]] int run_logout(const ServiceOrigin& origin, std::string_view token);
 
 }  // namespace quorvane

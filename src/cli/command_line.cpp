@@ -12,7 +12,7 @@ namespace {
 
 struct Walk {
     const ProgramSpec& program;
-    CommandSpec command;  ///< The one reached so far.
+    CommandSpec command;  ///< The current one.
     std::vector<const OptionSpec*> inherited;
     ParseResult result;
 };
@@ -72,13 +72,13 @@ bool is_allowed(const OptionSpec& option, std::string_view value) {
     return allowed.empty() || std::ranges::find(allowed, value) != allowed.end();
 }
 
-/// Whether taking an option used up the word behind it as its value, or the error that ends all.
+/// Whether an option took the next word as its value, or the error that ends the reading.
 struct OptionStep {
     bool used_next = false;
     std::string error;
 };
 
-// `next` is the word behind `word`, or null.
+// `next` is the word after `word`, or null.
 OptionStep take_option(Walk& walk, std::string_view word, const std::string_view* next) {
     const TextSplit split = split_once(word, '=');
     const std::string name(split.before);
@@ -127,7 +127,7 @@ bool positional_count_fits(std::span<const ArgumentSpec> arguments, std::size_t 
 }
 
 ParseResult finish(Walk&& walk) {
-    // Only a line without any other word asks for help; a stray word is an error below.
+    // Options alone ask for help; a stray word is an error below.
     if (walk.result.command_path.empty() && walk.result.positionals.empty()) {
         return answer_help(std::move(walk));
     }

@@ -7,7 +7,7 @@
 
 #include "cli/command_model.h"
 
-/// A declarative command-line parser: a tree of commands and a list of words in, one verdict out.
+/// A declarative command-line parser: from a tree of commands and a list of words to one result.
 /// It never prints and never exits.
 namespace quorvane {
 
@@ -16,7 +16,7 @@ enum class ParseKind { kError, kHelp, kVersion, kCommand };
 struct OptionValue {
     std::string_view key;
     std::string_view value;  ///< Refers to the word it came from, or to the program's records.
-    bool given = false;      ///< From the command line, not from a default.
+    bool given = false;      ///< It came from the command line, not from a default.
 };
 
 struct ParseResult {
@@ -28,27 +28,26 @@ struct ParseResult {
     std::vector<std::string_view> positionals;
 };
 
-/// Reads `words`, the arguments after the program's name, from left to right; the first error ends
-/// the reading.  Option names are known by the scope at the place where they stand: the inherited
-/// options of the commands above, then the current command's own.  The last occurrence of an
-/// option wins, "--" ends the options, "-h"/"--help" answer at once with the help of the command
-/// reached so far, and so do "-V"/"--version" unless an option in scope has taken that name.  An
-/// inline value given to a flag ("--flag=x") is ignored on purpose.  A line that holds nothing but
-/// options asks for help.
+/// Reads `words`, the arguments after the program's name, from left to right, up to the first
+/// error.  An option is looked up among those in scope at its place: the inherited options of the
+/// commands before it, then the options of the current command.  The last occurrence of an option
+/// wins, and "--" ends the options.  "-h" and "--help" end the reading with the help of the current
+/// command; "-V" and "--version" end it with the version, unless an option in scope has that name.
+/// The value in "--flag=x" is ignored on purpose.  Words without any command ask for help.
 ///
 /// Errors: "unknown option NAME"; "NAME requires VALUE"; "invalid value for NAME: VALUE"; "missing
 /// required option --LONG"; "invalid arguments", a line feed and the command's help.
 [[nodiscard]] ParseResult parse_command_line(std::span<const std::string_view> words,
                                              const ProgramSpec& program);
 
-/// The value given or defaulted, or `fallback` when `key` has no entry.
+/// The value, given or default, or `fallback` when `key` has no entry.
 [[nodiscard]] std::string_view option_value(const ParseResult& result, std::string_view key,
                                             std::string_view fallback = {});
 
-/// Whether the option stood on the command line.
+/// Whether the option was given on the command line.
 [[nodiscard]] bool flag_set(const ParseResult& result, std::string_view key);
 
-/// Whether the command path, joined by single blanks, is `text`: "config pull".
+/// Whether the command path, joined by single blanks, is `text` ("config pull").
 [[nodiscard]] bool command_is(const ParseResult& result, std::string_view text);
 
 }  // namespace quorvane

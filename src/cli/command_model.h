@@ -5,8 +5,8 @@
 
 /// The records that describe a program's command line.
 ///
-/// They only refer to their texts and lists, which must outlive them; a whole tree can therefore
-/// stand in constant data and costs nothing at start.
+/// They refer to their texts and lists, which must outlive them.  A complete tree can therefore be
+/// constant data, which costs nothing at start.
 namespace quorvane {
 
 struct OptionSpec {
@@ -16,9 +16,9 @@ struct OptionSpec {
     std::string_view value_name;   ///< The placeholder shown in help; empty for a flag.
     std::string_view description;  ///< One line of help.
     bool required = false;
-    bool inherited = false;  ///< Stays valid after the command line descends into a subcommand.
+    bool inherited = false;  ///< Also valid after the words of the command's subcommands.
     std::string_view default_value;
-    std::span<const std::string_view> allowed_values;  ///< When not empty, the only ones.
+    std::span<const std::string_view> allowed_values;  ///< Empty when any value is allowed.
 
     [[nodiscard]] constexpr bool takes_value() const { return !value_name.empty(); }
     /// Whether `name` is one of the option's forms.
@@ -27,7 +27,7 @@ struct OptionSpec {
     }
 };
 
-/// What a value option may have beside its names.
+/// The optional fields of a value option.
 struct ValueOptionTraits {
     bool required = false;
     bool inherited = false;
@@ -82,7 +82,7 @@ struct ProgramSpec {
     std::span<const CommandSpec> commands = {};
 };
 
-/// The program as the command at which every command line begins.
+/// The program as a command: the one at which every command line begins.
 [[nodiscard]] constexpr CommandSpec root_command(const ProgramSpec& program) {
     return {program.name, program.description, {}, program.options, {}, program.commands};
 }

@@ -22,7 +22,7 @@ std::string invocation(const ProgramSpec& program, std::span<const std::string_v
     return text;
 }
 
-/// The options to show: the program's, then those of the command itself unless it is the program.
+/// The options to show: the program's, then the command's unless the command is the program.
 using OptionLists = std::array<std::span<const OptionSpec>, 2>;
 
 bool owns_form(const OptionLists& lists, std::string_view form) {
@@ -61,7 +61,7 @@ void append_option_line(std::string& text, const OptionSpec& option) {
     }
 }
 
-// An option that takes a version form for itself takes it out of this line.
+// A form that an option has taken (-V or --version) is not advertised here.
 std::string_view version_line(const OptionLists& lists) {
     const bool short_owned = owns_form(lists, "-V");
     const bool long_owned = owns_form(lists, "--version");

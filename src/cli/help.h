@@ -8,9 +8,9 @@
 
 namespace quorvane {
 
-/// The help text of the command that `path` (canonical names, outermost first) leads to, or of the
-/// program itself for an empty path.  Shown are the program's options and the command's own.
-/// Columns are separated by one tab; nothing is wrapped; the text ends without a line feed.
+/// The help text of the command at `path` (canonical names, outermost first), or of the program for
+/// an empty path, with the options of the program and of the command.  One tab separates the
+/// columns, nothing is wrapped, and the text ends without a line feed.
 [[nodiscard]] std::string render_help(const ProgramSpec& program,
                                       std::span<const std::string_view> path);
 

@@ -11,8 +11,9 @@ namespace quorvane {
 /// addresses that answers, in the resolver's order.  `port` is 1 to 65535, `timeout_ms` 1 to
 /// kMaxSocketWaitMs; the limit holds for each query and for each address tried.
 ///
-/// When none answers the error is that of the last attempt; when there was no address to try, the
-/// resolver's, -ETIMEDOUT if the resolver got no answer, or -EHOSTUNREACH if it got an empty one.
+/// When no address answers, the error is that of the last attempt.  When there was no address to
+/// try, it is the resolver's error, -ETIMEDOUT if no answer came, or -EHOSTUNREACH if the answer
+/// held no address.
 [[nodiscard]] ConnectResult connect_host(std::string_view host, std::int32_t port,
                                          std::int64_t timeout_ms = 5'000);
 

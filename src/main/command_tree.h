@@ -4,7 +4,7 @@
 
 namespace quorvane {
 
-/// The whole command line of the program: its commands, options and their texts.
+/// The program's command line: its commands, its options and their texts.
 [[nodiscard]] ProgramSpec command_tree();
 
 }  // namespace quorvane

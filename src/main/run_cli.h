@@ -2,8 +2,8 @@
 
 namespace quorvane {
 
-/// Runs the one command that the process's arguments name and returns the exit status, 0 or 1.
-/// Whatever there is to say has been printed.
+/// Runs the command that the process's arguments name, prints its results or the reason of its
+/// failure, and returns the exit status, 0 or 1.
 [[nodiscard]] int run_cli();
 
 }  // namespace quorvane

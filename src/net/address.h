@@ -10,7 +10,7 @@
 
 /// IP addresses as text and as the kernel's socket addresses.
 ///
-/// The texts are literals only; nothing here knows a name.  Bytes are in network order.
+/// Texts are literals, never names.  Bytes are in network order.
 namespace quorvane {
 
 inline constexpr std::int32_t kMaxPort = 65535;
@@ -28,7 +28,8 @@ struct Ipv6Address {
 [[nodiscard]] std::optional<Ipv4Address> parse_ipv4(std::string_view text);
 
 /// RFC 4291 2.2, forms 1 and 2: eight groups of one to four hexadecimal digits, or fewer with one
-/// "::" that stands for at least one group of zeros.  No dotted-decimal tail, no zone, no brackets.
+/// "::" in place of one or more groups of zeros.  Refused are a dotted-decimal end, a zone and
+/// brackets.
 [[nodiscard]] std::optional<Ipv6Address> parse_ipv6(std::string_view text);
 
 /// Four decimal numbers without leading zeros.

@@ -40,7 +40,7 @@ ExchangeResult exchange_with(const ServiceOrigin& origin, const HttpRequest& req
         TlsTransport transport(origin.port, find_trust_store());
         return exchange(target, request, transport);
     }
-    // A plain origin is the local machine under either of its two names; no name is looked up.
+    // The host of a plain origin is one of the two names of this machine; neither is looked up.
     target.host = "127.0.0.1";
     PlainTransport transport(origin.port);
     return exchange(target, request, transport);

@@ -23,7 +23,7 @@ std::string base64url(std::span<const std::uint8_t> bytes) {
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
     std::string text;
     text.reserve((bytes.size() * 4 + 2) / 3);
-    std::uint32_t bits = 0;  // Only the lowest `pending` bits still wait to be written.
+    std::uint32_t bits = 0;  // The lowest `pending` bits have not been written yet.
     unsigned pending = 0;
     for (const std::uint8_t byte : bytes) {
         bits = bits << 8 | byte;

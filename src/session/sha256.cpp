@@ -73,16 +73,16 @@ Sha256Digest sha256(std::string_view bytes) {
 
     // FIPS 180-4 5.1.1: a single 1 bit, zeros, and the length in bits end the last block, or the
     // one after it when the length no longer fits.
-    std::array<std::uint8_t, 2 * kBlockBytes> tail = {};
-    if (left > 0) std::memcpy(tail.data(), next, left);
-    tail[left] = 0x80;
-    const std::size_t tail_size =
+    std::array<std::uint8_t, 2 * kBlockBytes> padded = {};
+    if (left > 0) std::memcpy(padded.data(), next, left);
+    padded[left] = 0x80;
+    const std::size_t padded_size =
         left + 1 + kLengthBytes <= kBlockBytes ? kBlockBytes : 2 * kBlockBytes;
     const std::uint64_t bit_length = std::uint64_t{bytes.size()} * 8;
     for (std::size_t i = 0; i < kLengthBytes; ++i) {
-        tail[tail_size - 1 - i] = static_cast<std::uint8_t>(bit_length >> (8 * i));
+        padded[padded_size - 1 - i] = static_cast<std::uint8_t>(bit_length >> (8 * i));
     }
-    for (std::size_t at = 0; at < tail_size; at += kBlockBytes) hash_block(state, &tail[at]);
+    for (std::size_t at = 0; at < padded_size; at += kBlockBytes) hash_block(state, &padded[at]);
 
     Sha256Digest digest;
     for (std::size_t i = 0; i < digest.size(); ++i) {

@@ -32,7 +32,7 @@ bool is_file(std::string_view path) { return stat_path(path).kind == FileKind::k
 }  // namespace
 
 std::string find_trust_store() {
-    // OpenSSL takes an empty variable as set, too.
+    // For OpenSSL, too, a variable that is empty is set.
     if (lookup_env("SSL_CERT_FILE") || lookup_env("SSL_CERT_DIR")) return {};
     if (std::ranges::any_of(kBuiltInPlaces, exists)) return {};
     const auto* const found = std::ranges::find_if(kKnownFiles, is_file);

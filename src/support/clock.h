@@ -4,11 +4,11 @@
 
 namespace quorvane {
 
-/// Milliseconds of CLOCK_MONOTONIC, counted from an arbitrary start.  A failed reading, or one
-/// whose nanoseconds would not fit 64 bits, is 0.
+/// Milliseconds of CLOCK_MONOTONIC, counted from an arbitrary start; 0 when the clock cannot be
+/// read or its nanoseconds would not fit 64 bits.
 [[nodiscard]] std::int64_t monotonic_ms();
 
-/// Does nothing for about `duration_ms`, 0 or more; a signal may end it early.
+/// Sleeps for about `duration_ms` (0 or more); a signal may end the sleep early.
 void pause_ms(std::int64_t duration_ms);
 
 }  // namespace quorvane

@@ -1,9 +1,9 @@
 #include "support/fault.h"
 
-// The standard library reports its own broken preconditions through these functions.  Defined
-// here they end the process silently, as every internal fault does; and since nothing of this
-// program can then throw, the exception machinery (with the pool it allocates at start) is not
-// linked in at all.
+// The standard library calls these functions when one of its preconditions is broken.  The
+// definitions here end the process silently, as every internal fault does.  Nothing in the program
+// can then throw, so the exception machinery and the pool that it allocates at start are not
+// linked.
 // NOLINTBEGIN(bugprone-reserved-identifier): these are the names that the library calls.
 namespace std {
 

@@ -1,11 +1,17 @@
 #pragma once
 
+#include <utility>
+
 #include "support/syscall.h"
 
 namespace quorvane {
 
-/// Owns one descriptor, or none (-1), and is the only code that closes one.  Errors of the close
-/// are ignored, except through `close`, whose answer a writer of files needs.
+/// Closes a descriptor that is not negative.  Returns 0 or a negated errno value; the descriptor is
+/// free either way (close(2): it must not be closed again, not even after EINTR).
+inline long close_fd(int fd) { return fd < 0 ? 0 : kernel::close(fd); }
+
+/// Owns one descriptor, or none (-1).  No other code closes descriptors.  The destructor ignores
+/// errors; code that writes files calls `close` and looks at its result.
 class FdHandle {
   public:
     FdHandle() = default;
@@ -13,29 +19,22 @@ class FdHandle {
     explicit FdHandle(long fd) : fd_(static_cast<int>(fd)) {}
     FdHandle(FdHandle&& other) noexcept : fd_(other.release()) {}
     FdHandle& operator=(FdHandle&& other) noexcept {
-        if (this != &other) {
-            close();
-            fd_ = other.release();
-        }
+        FdHandle moved(std::move(other));
+        std::swap(fd_, moved.fd_);
         return *this;
     }
     FdHandle(const FdHandle&) = delete;
     FdHandle& operator=(const FdHandle&) = delete;
-    ~FdHandle() { close(); }
+    ~FdHandle() { close_fd(fd_); }
 
     [[nodiscard]] int get() const { return fd_; }
     [[nodiscard]] bool valid() const { return fd_ >= 0; }
 
     /// Gives the descriptor away; the handle is empty afterwards.
-    [[nodiscard]] int release() {
-        const int fd = fd_;
-        fd_ = -1;
-        return fd;
-    }
+    [[nodiscard]] int release() { return std::exchange(fd_, -1); }
 
-    /// Closes the descriptor, if there is one.  0, or a negated errno value; the descriptor is
-    /// gone either way (close(2): it must not be closed again, not even after EINTR).
-    long close() { return valid() ? kernel::close(release()) : 0; }
+    /// Closes the descriptor, if there is one, and returns the result of `close_fd`.
+    long close() { return close_fd(release()); }
 
   private:
     int fd_ = -1;

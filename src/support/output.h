@@ -2,16 +2,16 @@
 
 #include <string_view>
 
-/// Unbuffered output: what is printed has left the process when the call returns.
+/// Unbuffered output: every byte has left the process when the call returns.
 namespace quorvane {
 
 enum class Stream : int { kOutput = 1, kError = 2 };
 
-/// Writes all of `bytes` to `fd`, going on after partial writes and after EINTR.  False when the
-/// kernel refused a part; callers that print do not act on it, for there is nobody left to tell.
+/// Writes all of `bytes` to `fd`, continuing after partial writes and after EINTR.  False when the
+/// kernel refused a part; callers that print ignore that, because there is nobody left to tell.
 bool write_all(int fd, std::string_view bytes);
 
-/// Writes `text` and one line feed, as one piece wherever the kernel takes it in one.
+/// Writes `text` and one line feed in a single write, unless the kernel takes it in parts.
 void print_line(Stream stream, std::string_view text);
 
 }  // namespace quorvane

@@ -9,7 +9,7 @@
 #include <system_error>
 #include <utility>
 
-/// Small text tools for ASCII protocols; nothing here knows a locale.
+/// Small text tools for ASCII protocols; they do not depend on a locale.
 namespace quorvane {
 
 /// Folds A to Z, and no other byte, to lower case.
