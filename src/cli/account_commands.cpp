@@ -25,17 +25,17 @@ void print_project(JsonView project) {
 }  // namespace
 
 int run_whoami(const ServiceOrigin& origin, std::string_view token) {
-    const std::optional<JsonValue> answer = call_account(origin, "/api/v1/account", token);
-    if (!answer) return 1;
-    const JsonView account = json_member(*answer, "account");
+    const std::optional<JsonValue> response = call_account(origin, "/api/v1/account", token);
+    if (!response) return 1;
+    const JsonView account = json_member(*response, "account");
     print_line(Stream::kOutput, json_get_string(account, "canonical_email"));
     return 0;
 }
 
 int run_projects(const ServiceOrigin& origin, std::string_view token) {
-    const std::optional<JsonValue> answer = call_account(origin, "/api/v1/projects", token);
-    if (!answer) return 1;
-    const JsonView projects = json_member(*answer, "projects");
+    const std::optional<JsonValue> response = call_account(origin, "/api/v1/projects", token);
+    if (!response) return 1;
+    const JsonView projects = json_member(*response, "projects");
     if (projects.is_array()) {
         for (const JsonView project : projects.elements()) print_project(project);
     } else if (projects.is_object()) {

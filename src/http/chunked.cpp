@@ -21,7 +21,8 @@ ChunkScanner::Line ChunkScanner::take_line(std::string_view data) {
 }
 
 void ChunkScanner::read_size(std::string_view line) {
-    const std::int64_t size = parse_hex(split_once(line, ';').before, body_limit_ - decoded_bytes_);
+    const std::int64_t size =
+        parse_hex(split_once(line, ';').before, max_body_bytes_ - decoded_bytes_);
     chunk_size_ = static_cast<std::size_t>(std::max<std::int64_t>(size, 0));
     state_ = size < 0 ? State::kError : size == 0 ? State::kTrailer : State::kData;
 }
@@ -55,9 +56,9 @@ ChunkStep ChunkScanner::next(std::string_view data) {
     }
 }
 
-ChunkedDecode decode_chunked(ByteBuffer data, std::int64_t body_limit) {
+ChunkedDecode decode_chunked(ByteBuffer data, std::int64_t max_body_bytes) {
     ChunkedDecode decode;
-    ChunkScanner scanner(body_limit);
+    ChunkScanner scanner(max_body_bytes);
     // Decoded bytes lie before their place in the input, which the scanner never reads again.
     std::size_t decoded = 0;
     ChunkStep step = scanner.next(data.view());

@@ -21,7 +21,7 @@ enum class ChunkStep : std::uint8_t { kMore, kChunk, kEnd, kError };
 /// is enough, in whatever pieces they come.
 class ChunkScanner {
   public:
-    explicit ChunkScanner(std::int64_t body_limit) : body_limit_(body_limit) {}
+    explicit ChunkScanner(std::int64_t max_body_bytes) : max_body_bytes_(max_body_bytes) {}
 
     /// `data` is the body from its first byte to the last that has arrived; bytes before
     /// `position` are not read again.  kChunk: one more complete chunk has been passed.
@@ -49,7 +49,7 @@ class ChunkScanner {
     void read_size(std::string_view line);
     ChunkStep take_chunk(std::string_view data);
 
-    std::int64_t body_limit_;
+    std::int64_t max_body_bytes_;
     std::int64_t decoded_bytes_ = 0;  // Invariant: at most the limit, if that is not negative.
     std::size_t position_ = 0;        // Where the current line or chunk data begins.
     std::size_t searched_ = 0;        // No line end begins in [position_, searched_).
@@ -68,6 +68,6 @@ struct ChunkedDecode {
 
 /// Decodes in place: the buffer becomes the body, and no second one is allocated.
 [[nodiscard]] ChunkedDecode decode_chunked(ByteBuffer data,
-                                           std::int64_t body_limit = kDefaultBodyLimit);
+                                           std::int64_t max_body_bytes = kDefaultBodyLimit);
 
 }  // namespace quorvane

@@ -56,9 +56,9 @@ std::int64_t read_status(std::string_view line) {
 }
 
 /// RFC 9112 6.3: chunks win over a length, and the first header of either name counts.
-BodyFraming judge_framing(const std::vector<HttpHeader>& headers, std::int64_t body_limit) {
+BodyFraming judge_framing(const std::vector<HttpHeader>& headers, std::int64_t max_body_bytes) {
     if (header_has_token(find_header(headers, "Transfer-Encoding"), "chunked")) return {true, -1};
-    return {false, parse_decimal(find_header(headers, "Content-Length"), body_limit)};
+    return {false, parse_decimal(find_header(headers, "Content-Length"), max_body_bytes)};
 }
 
 std::string_view trim_blanks(std::string_view text) {
@@ -69,7 +69,7 @@ std::string_view trim_blanks(std::string_view text) {
 
 }  // namespace
 
-ResponseParse parse_response(ByteBuffer received, std::int64_t body_limit) {
+ResponseParse parse_response(ByteBuffer received, std::int64_t max_body_bytes) {
     ResponseParse parse;
     MessageHead head = collect_headers(received.view());
     parse.response.status = read_status(head.first_line);
@@ -78,10 +78,10 @@ ResponseParse parse_response(ByteBuffer received, std::int64_t body_limit) {
     parse.response.headers = std::move(head.headers);
     if (!head.complete) return parse;
 
-    const BodyFraming framing = judge_framing(parse.response.headers, body_limit);
+    const BodyFraming framing = judge_framing(parse.response.headers, max_body_bytes);
     received.drop_front(received.size() - head.body.size());
     if (framing.chunked) {
-        ChunkedDecode decode = decode_chunked(std::move(received), body_limit);
+        ChunkedDecode decode = decode_chunked(std::move(received), max_body_bytes);
         parse.complete = decode.complete;
         received = std::move(decode.body);
     } else if (framing.length >= 0) {
@@ -99,7 +99,8 @@ void ResponseFraming::advance(std::string_view received) {
         searched_ = received.size();
         if (head_bytes_ == 0) return;
         const MessageHead head = collect_headers(received);
-        if (read_status(head.first_line) != 0) framing_ = judge_framing(head.headers, body_limit_);
+        const bool usable = read_status(head.first_line) != 0;
+        if (usable) framing_ = judge_framing(head.headers, max_body_bytes_);
     }
     const std::string_view body = received.substr(head_bytes_);
     if (framing_.chunked) {

@@ -25,11 +25,11 @@ struct ResponseParse {
 /// Content-Length if there is one, else by the end of the connection.
 ///
 /// A response of the last kind is never `complete`, for only the connection's end would tell; nor
-/// is one whose framing is malformed or whose body is longer than `body_limit`.  The body of an
+/// is one whose framing is malformed or whose body is longer than `max_body_bytes`.  The body of an
 /// incomplete response is what arrived after the head; of a chunked one, the data of its complete
 /// chunks.  The buffer becomes the body: its bytes are not copied elsewhere.
 [[nodiscard]] ResponseParse parse_response(ByteBuffer received,
-                                           std::int64_t body_limit = kDefaultBodyLimit);
+                                           std::int64_t max_body_bytes = kDefaultBodyLimit);
 
 /// How the headers of a response frame its body.
 struct BodyFraming {
@@ -41,8 +41,8 @@ struct BodyFraming {
 /// the same limit would say so.  One pass over the bytes, in whatever pieces they come.
 class ResponseFraming {
   public:
-    explicit ResponseFraming(std::int64_t body_limit)
-        : body_limit_(body_limit), chunks_(body_limit) {}
+    explicit ResponseFraming(std::int64_t max_body_bytes)
+        : max_body_bytes_(max_body_bytes), chunks_(max_body_bytes) {}
 
     /// `received` is all that has arrived: the bytes of the last call and those after them.
     void advance(std::string_view received);
@@ -56,7 +56,7 @@ class ResponseFraming {
     [[nodiscard]] std::size_t missing_bytes() const { return missing_bytes_; }
 
   private:
-    std::int64_t body_limit_;
+    std::int64_t max_body_bytes_;
     std::int64_t body_bytes_ = 0;
     std::size_t missing_bytes_ = 0;
     std::size_t searched_ = 0;    // Where the last search for the head's end stopped.

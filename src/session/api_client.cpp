@@ -17,7 +17,7 @@ namespace quorvane {
 namespace {
 
 constexpr std::int64_t kMaxResponseBytes = 8'388'608;
-constexpr std::int64_t kTimeoutMs = 10'000;
+constexpr std::int64_t kServiceTimeoutMs = 10'000;
 constexpr std::int32_t kDefaultTlsPort = 443;
 
 HttpRequest make_service_request(std::string_view path, JsonView body, std::string_view token) {
@@ -32,7 +32,7 @@ ExchangeResult exchange_with(const ServiceOrigin& origin, const HttpRequest& req
     HttpTarget target = {.host_header = origin.host,
                          .host = origin.host,
                          .max_response_bytes = kMaxResponseBytes,
-                         .timeout_ms = kTimeoutMs};
+                         .timeout_ms = kServiceTimeoutMs};
     if (!origin.tls || origin.port != kDefaultTlsPort) {
         target.host_header.append(":").append(to_decimal(origin.port));
     }
@@ -54,8 +54,8 @@ std::string unreachable_message(const ServiceOrigin& origin, const ExchangeResul
     return message;
 }
 
-std::string refusal_message(std::int64_t status, JsonView answer) {
-    if (json_has_member(answer, "error")) return std::string(json_get_string(answer, "error"));
+std::string refusal_message(std::int64_t status, JsonView response) {
+    if (json_has_member(response, "error")) return std::string(json_get_string(response, "error"));
     return "Request failed: HTTP " + to_decimal(status);
 }
 
@@ -69,11 +69,11 @@ std::optional<JsonValue> call_service(const ServiceOrigin& origin, std::string_v
         return std::nullopt;
     }
     const std::int64_t status = result.response.status;
-    JsonParseResult answer = parse_json(std::move(result.response.body), kApplicationJsonLimits);
-    if (status < 400 && answer.ok && answer.value.view().is_object()) {
-        return std::move(answer.value);
+    JsonParseResult parsed = parse_json(std::move(result.response.body), kApplicationJsonLimits);
+    if (status < 400 && parsed.ok && parsed.value.view().is_object()) {
+        return std::move(parsed.value);
     }
-    print_line(Stream::kError, refusal_message(status, answer.value));
+    print_line(Stream::kError, refusal_message(status, parsed.value));
     return std::nullopt;
 }
 
