@@ -49,11 +49,14 @@ def tampering(log: Path, injections: Sequence[str], paths: Sequence[str] = ()) -
     return wrapper
 
 
-def killing(log: Path, call: Call) -> list[str]:
-    """A wrapper that kills the program instead of letting it make `call`."""
+def signalling(log: Path, call: Call, signal: str) -> list[str]:
+    """A wrapper that sends the program a signal as it enters `call`.
+
+    KILL prevents the call.  Any other signal takes effect after it, or interrupts it if it waits.
+    """
     # Without --seccomp-bpf: at the stops that it makes a signal comes too late, after the call.
     return [STRACE, "-f", "-qq", "--signal=none", "-o", str(log), "-e", f"trace={call.name}",
-            "-e", f"inject={call.name}:signal=KILL:when={call.turn}"]
+            "-e", f"inject={call.name}:signal={signal}:when={call.turn}"]
 
 
 class Tampering(NamedTuple):

@@ -9,6 +9,7 @@
 #include "session/api_client.h"
 #include "session/json_file.h"
 #include "support/output.h"
+#include "support/signal_hold.h"
 
 namespace quorvane {
 namespace {
@@ -30,6 +31,19 @@ JsonValue push_request(std::string_view project, JsonValue revision, JsonValue c
                        json_values(json_string(project), std::move(revision), std::move(config)));
 }
 
+/// Returns the message of the write that failed, or nothing.
+std::string_view write_both_files(const ConfigTarget& target, const ServiceOrigin& origin,
+                                  JsonView config, JsonView revision) {
+    // Ctrl-C between the two would leave this configuration under another one's record, and the
+    // next push would send it there.
+    const SignalHold hold;
+    if (!write_config_file(target.file, config)) return "Cannot write configuration";
+    if (!write_sync_metadata(metadata_path(target.file), target.project, origin.text, revision)) {
+        return "Cannot write revision metadata";
+    }
+    return {};
+}
+
 }  // namespace
 
 int run_config_pull(const ServiceOrigin& origin, std::string_view token,
@@ -42,10 +56,8 @@ int run_config_pull(const ServiceOrigin& origin, std::string_view token,
     const JsonValue config =
         json_without_members(json_take_member(std::move(project), "config"), kServiceMembers);
 
-    if (!write_config_file(target.file, config)) return fail("Cannot write configuration");
-    if (!write_sync_metadata(metadata_path(target.file), target.project, origin.text, revision)) {
-        return fail("Cannot write revision metadata");
-    }
+    const std::string_view failure = write_both_files(target, origin, config, revision);
+    if (!failure.empty()) return fail(failure);
     print_line(Stream::kOutput, "Saved " + std::string(target.file));
     return 0;
 }

@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "support/fd.h"
+#include "support/signal_hold.h"
 #include "support/text.h"
 
 namespace quorvane {
@@ -18,6 +19,8 @@ FdHandle create_exclusively(const std::string& path) {
 
 bool write_and_sync(FdHandle fd, std::string_view bytes) {
     while (!bytes.empty()) {
+        // No handler is ever installed, so EINTR is no passing event here: it is a failure like
+        // any other, and the old file stays.
         const long written = kernel::write(fd.get(), bytes.data(), bytes.size());
         if (written <= 0) return false;
         bytes.remove_prefix(static_cast<std::size_t>(written));
@@ -55,11 +58,14 @@ FileStatus stat_path(std::string_view path) {
     return status;
 }
 
-ByteBuffer read_whole_file(std::string_view path) {
+ByteBuffer read_whole_file(std::string_view path, std::int64_t max_bytes) {
     ByteBuffer bytes;
     const FileStatus status = stat_path(path);
     if (status.kind != FileKind::kRegular || status.size < 0) return bytes;
-    const FdHandle fd(kernel::open(status.path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (status.size > max_bytes) return bytes;
+    // O_NONBLOCK means nothing for a regular file; a FIFO that has taken its place since would
+    // otherwise block the open until somebody writes to it.
+    const FdHandle fd(kernel::open(status.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!fd.valid()) return bytes;
 
     const auto size = static_cast<std::size_t>(status.size);
@@ -102,7 +108,9 @@ bool remove_path(std::string_view path) {
 bool write_file_atomic(std::string_view path, std::string_view bytes) {
     const std::string target(path);
     const std::string temporary = target + ".tmp." + to_decimal(kernel::getpid());
-    if (ensure_directories(parent_directory(path)) && write_temporary(temporary, bytes) &&
+    const bool reachable = ensure_directories(parent_directory(path));
+    const SignalHold hold;
+    if (reachable && write_temporary(temporary, bytes) &&
         kernel::rename(temporary.c_str(), target.c_str()) >= 0) {
         return true;
     }

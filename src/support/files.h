@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <string_view>
 
@@ -25,10 +26,12 @@ struct FileStatus {
 /// Follows symbolic links.
 [[nodiscard]] FileStatus stat_path(std::string_view path);
 
-/// The whole file, or nothing at all when the path is no regular file (a directory, a device, a
-/// FIFO), cannot be queried or cannot be opened.  A file that shrinks meanwhile yields what was
-/// read, one that grows is cut at the size that it had at first.
-[[nodiscard]] ByteBuffer read_whole_file(std::string_view path);
+/// All bytes of a file, or nothing when the path is no regular file (a directory, a device, a
+/// FIFO), cannot be queried, is larger than `max_bytes` or cannot be opened.  A file that shrinks
+/// meanwhile, and one on which a read fails, yields the bytes read until then; one that grows is
+/// cut at the size that it had at first.
+[[nodiscard]] ByteBuffer read_whole_file(
+    std::string_view path, std::int64_t max_bytes = std::numeric_limits<std::int64_t>::max());
 
 /// The directory part: "." for a bare name or an empty path, "/" for "/name" and "///".  Slashes
 /// at the end do not count; a doubled slash inside is kept.
@@ -44,7 +47,8 @@ bool remove_path(std::string_view path);
 /// sees either the old contents or the new: the directories on the way are made, the bytes go to
 /// "PATH.tmp.PID", which is created exclusively, synchronised and renamed over `path`.  False
 /// when any step fails; the temporary file is then gone and the target untouched.  A temporary
-/// file that an earlier process of the same id left behind is removed.
+/// file that an earlier process of the same id left behind is removed.  Signals that would end the
+/// process are held back while the temporary file exists, so only SIGKILL can leave one.
 [[nodiscard]] bool write_file_atomic(std::string_view path, std::string_view bytes);
 
 }  // namespace quorvane

@@ -20,11 +20,13 @@
 /// Every entry into the kernel, typed, and the only place that reads `errno`.
 ///
 /// Each function makes one system call and returns the kernel's own answer: a value of zero or
-/// more, or a negated errno value (-ENOENT).  Nothing is retried here, EINTR included.  Paths end
-/// in a zero byte; relative ones start at the working directory.
+/// more, or a negated errno value (-ENOENT).  None of them repeats a call, not even after EINTR;
+/// `retry_interrupted` does so for calls that a foreign library makes.  Paths end in a zero byte;
+/// relative ones start at the working directory.
 ///
-/// Architectures that came late lack the older numbers (arm64 has no open, poll, fork, rename,
-/// unlink, rmdir, mkdir or access); there the same function uses the *at, ppoll or clone form.
+/// Newer architectures lack the older numbers (arm64 has no open, poll, fork, rename, unlink,
+/// rmdir, mkdir or access; riscv64 has no renameat either); there the same function uses the *at,
+/// renameat2, ppoll or clone form.
 namespace quorvane::kernel {
 
 namespace detail {
@@ -49,8 +51,9 @@ long call(long number, Arguments... arguments) {
 
 }  // namespace detail
 
-/// Runs `operation`, which makes its kernel calls through a foreign library, again while it returns
-/// a negative value because a signal interrupted one of them.
+/// Runs `operation`, which makes its kernel calls through a foreign library, again while a signal
+/// interrupts one of them.  Returns its value or, where that is negative, the negated errno value
+/// of the call that failed: -EIO if none did.
 template <typename Operation>
 int retry_interrupted(const Operation& operation) {
     int result = 0;
@@ -58,7 +61,8 @@ int retry_interrupted(const Operation& operation) {
         errno = 0;
         result = operation();
     } while (result < 0 && errno == EINTR);
-    return result;
+    if (result >= 0) return result;
+    return errno == 0 ? -EIO : -errno;
 }
 
 // Files.
@@ -96,7 +100,7 @@ inline long close(int fd) { return detail::call(SYS_close, fd); }
 #ifdef SYS_rename
     return detail::call(SYS_rename, from, to);
 #else
-    return detail::call(SYS_renameat, AT_FDCWD, from, AT_FDCWD, to);
+    return detail::call(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0);
 #endif
 }
 [[nodiscard]] inline long unlink(const char* path) {
@@ -139,6 +143,8 @@ inline long close(int fd) { return detail::call(SYS_close, fd); }
 inline long execve(const char* path, char* const* arguments, char* const* environment) {
     return detail::call(SYS_execve, path, arguments, environment);
 }
+/// Makes the process the leader of a session of its own, without a terminal.
+inline long setsid() { return detail::call(SYS_setsid); }
 /// Ends the process at once: nothing is flushed, no handler runs.
 [[noreturn]] inline void exit(int status) {
     for (;;) detail::call(SYS_exit_group, status);
@@ -154,6 +160,14 @@ inline long set_signal(int number, void (*disposition)(int)) {
         std::uint64_t mask;
     } const action = {disposition, 0, nullptr, 0};
     return detail::call(SYS_rt_sigaction, number, &action, nullptr, sizeof action.mask);
+}
+/// A set of signals as the kernel has it.
+using SignalMask = std::uint64_t;
+constexpr SignalMask signal_bit(int number) { return SignalMask{1} << (number - 1); }
+/// `how` is SIG_BLOCK or SIG_SETMASK; puts the mask that was in force before into `*previous`
+/// unless that is null.
+inline long sigprocmask(int how, SignalMask mask, SignalMask* previous) {
+    return detail::call(SYS_rt_sigprocmask, how, &mask, previous, sizeof mask);
 }
 
 // Memory.

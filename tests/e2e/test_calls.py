@@ -89,8 +89,10 @@ class Connections(EndToEnd):
         self.rows([(name, expected, "config push -p p -f c", [script], None,
                     {"prepare": copy(), **options}) for name, expected, script, options in (
             ("reset", LOST, reply(reset), {}),
-            ("reset in the body", LOST, reply(self.REFUSAL[:-1], reset), {}),
-            ("whole, then reset", bad("no"), reply(self.REFUSAL, reset), {}),
+            ("reset in the head", LOST, reply(self.REFUSAL.partition(b"\r\n\r\n")[0], reset), {}),
+            ("reset in the body", status(409), reply(self.REFUSAL[:-1], reset), {}),
+            ("reset, no length", bad("no"), reply(b"HTTP/1.1 401 x\r\n\r\n" + b'{"error":"no"}',
+                                                  reset), {}),
             ("closed at once", LOST, (), self.LARGE), ("reset", LOST, (reset,), self.LARGE),
             ("answered early, closed", LOST, (self.REFUSAL,), self.LARGE),
             ("answered early, read", bad("no"), (self.REFUSAL, read_request), self.LARGE))])
@@ -176,7 +178,10 @@ class Account(EndToEnd):
                 (scene.work / "quorvane.config.json.sync.json").write_text(META % scene.origin)
                 wrapper = tracing("-f", "-y", "-s", "99999", "-o", str(log))
                 self.assertEqual(scene.run(*words.split(), wrapper=wrapper).status, 0)
-                lines = [line for line in log.read_text().splitlines() if TOKEN in line]
+                calls = log.read_text()
+                # A FIFO that takes the file's place must not block the open.
+                self.assertRegex(calls, rf'openat\(.*"{scene.credential()}", .*O_NONBLOCK')
+                lines = [line for line in calls.splitlines() if TOKEN in line]
                 self.assertEqual(len(lines), 2)
                 self.assertRegex(lines[0], rf"^\d+ +read\(\d+<{scene.credential().resolve()}>")
                 self.assertRegex(lines[1], r"^\d+ +(sendto|write)\(\d+<(socket|TCP):")

@@ -97,6 +97,8 @@ class Credential(EndToEnd):
             ("missing", SIGNED_OUT, "whoami", replaced(Path.exists)),
             ("group alone", SIGNED_OUT, "config", replaced(Path.exists)),
             ("directory", SIGNED_OUT, "logout", replaced(Path.mkdir)),
+            ("2 GiB", SIGNED_OUT, "whoami", replaced(
+                lambda file: (file.touch(), os.truncate(file, 1 << 31)))),
             ("FIFO without a writer", SIGNED_OUT, "projects", replaced(os.mkfifo)),
             ("dangling link", SIGNED_OUT, "whoami", replaced(lambda file: file.symlink_to("none"))),
             ("file for a folder", SIGNED_OUT, "config push -p p", replaced(
@@ -118,10 +120,10 @@ class Credential(EndToEnd):
                                  [folder + scene.credential().name])
 
     @unittest.skipUnless(os.environ["QUORVANE_MEMORY_CEILING"] == "ON", "built without a ceiling")
-    def test_memory_ceiling(self) -> None:
+    def test_refused_memory(self) -> None:
         self.check(Result(-signal.SIGABRT, b"", b"memory limit exceeded\n"), "whoami",
-                   prepare=lambda scene: os.truncate(scene.credential(), (1 << 30) + 1),
-                   wrapper=shell('ulimit -c 0; exec "$@"'))
+                   wrapper=shell('ulimit -c 0; ulimit -v 10000; exec "$@"'),
+                   **holding(b"{}".ljust(8388608)))
 
 
 class Streams(EndToEnd):
