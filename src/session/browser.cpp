@@ -11,6 +11,8 @@ namespace {
 
 // Between fork and execve only kernel calls are made.
 [[noreturn]] void become_command(const char* path, char* const* arguments, mode_t user_umask) {
+    // A session of its own: the opener can neither take the terminal nor be ended by its Ctrl-C.
+    kernel::setsid();
     static_cast<void>(kernel::umask(user_umask));
     kernel::set_signal(SIGPIPE, SIG_DFL);
     kernel::set_signal(SIGXFSZ, SIG_DFL);

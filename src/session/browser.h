@@ -13,9 +13,10 @@ namespace quorvane {
 [[nodiscard]] std::optional<std::string> find_executable(std::string_view name);
 
 /// Starts a command and returns at once, without ever waiting for it; the command's name comes
-/// first.  The child keeps the environment and gets the standing of a program started by hand:
+/// first.  The child keeps the environment and gets what a program started from the desktop has:
 /// `user_umask` as its file-creation mask, the default action for the signals that this process
-/// ignores, and /dev/null on its three streams, so that a text browser cannot seize the terminal.
+/// ignores, a session without a terminal, so that Ctrl-C does not reach it, and /dev/null on its
+/// three streams, so that a text browser cannot seize the terminal.
 /// Returns whether a child was started; a missing command is no error and says nothing.
 bool launch_browser(std::span<const std::string> command, unsigned user_umask);
 

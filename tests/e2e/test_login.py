@@ -225,7 +225,9 @@ class Callback(EndToEnd):
 RECORD = """#!/bin/sh
 streams=$(readlink /proc/$$/fd/[012])
 leaked=$(readlink /proc/$$/fd/* | grep socket)
-{ printf '%s\\n' "$0" "$@"; umask; grep SigIgn /proc/$$/status; echo "$streams"; echo "$leaked"
+{ printf '%s\\n' "$0" "$@"; umask; grep -E 'Sig(Ign|Blk)' /proc/$$/status
+read pid name state parent group session rest </proc/$$/stat; echo $((session - pid))
+echo "$streams"; echo "$leaked"
 env; } >"$RECORD.$$"
 """
 
@@ -257,9 +259,10 @@ class Browser(EndToEnd):
 
     def test_how_it_is_started(self) -> None:
         login, (record,) = self.sign_in("~/bin:/usr/bin:/bin")
-        self.assertEqual(record[:8], ["~/bin/xdg-open", login.url, "0027",
-                                      "SigIgn:\t0000000000000000", *["/dev/null"] * 3, ""])
-        self.assertEqual({line for line in record[8:] if not line.startswith("PWD=")}, {
+        self.assertEqual(record[:10], ["~/bin/xdg-open", login.url, "0027",
+                                       *(f"Sig{set}:\t0000000000000000" for set in ("Blk", "Ign")),
+                                       "0", *["/dev/null"] * 3, ""])
+        self.assertEqual({line for line in record[10:] if not line.startswith("PWD=")}, {
             f"{name}={value}".replace(str(login.home), "~")
             for name, value in login.environment.items()})
 
