@@ -42,9 +42,17 @@ std::optional<std::uint16_t> random_identifier() {
     return static_cast<std::uint16_t>(high << 8 | low);
 }
 
-bool same_endpoint(const sockaddr_in& left, const sockaddr_in& right) {
-    return left.sin_family == right.sin_family && left.sin_port == right.sin_port &&
-           left.sin_addr.s_addr == right.sin_addr.s_addr;
+/// RFC 1122 3.2.1.3: 127.0.0.0/8 never leaves this machine.
+bool is_loopback(const sockaddr_in& endpoint) {
+    return ntohl(endpoint.sin_addr.s_addr) >> 24 == 127;
+}
+
+/// A server that listens on every address of this machine answers from 127.0.0.1 whatever loopback
+/// address it was asked at, so all of them are one server.
+bool is_from(const sockaddr_in& sender, const sockaddr_in& server) {
+    if (sender.sin_family != server.sin_family || sender.sin_port != server.sin_port) return false;
+    return sender.sin_addr.s_addr == server.sin_addr.s_addr ||
+           (is_loopback(sender) && is_loopback(server));
 }
 
 DnsAnswer receive_answer(int fd, const sockaddr_in& server, std::uint16_t identifier,
@@ -65,7 +73,7 @@ DnsAnswer receive_answer(int fd, const sockaddr_in& server, std::uint16_t identi
         // recvfrom(2): what made the socket readable may turn out to be damaged and be dropped.
         if (count == -EAGAIN) continue;
         if (count < 0) return query_failed(count);
-        if (!same_endpoint(sender, server)) continue;
+        if (!is_from(sender, server)) continue;
         return parse_dns_response({datagram, static_cast<std::size_t>(count)}, identifier);
     }
 }
@@ -101,10 +109,11 @@ DnsAnswer ask_name_server(const DnsQuestion& question) {
     const FdHandle fd(opened);
     const sockaddr_in server = make_socket_address(*address, kDnsPort);
     const sockaddr_in local = make_socket_address(Ipv4Address(), 0);
-    // ip(7): without this, "nothing listens there" would cost the whole limit.
+    // ip(7): this reports at once that nothing listens there; without it, or where it is refused,
+    // that takes the time limit.
     const int on = 1;
-    long status = kernel::setsockopt(fd.get(), IPPROTO_IP, IP_RECVERR, &on, sizeof on);
-    if (status >= 0) status = kernel::bind(fd.get(), &local, sizeof local);
+    static_cast<void>(kernel::setsockopt(fd.get(), IPPROTO_IP, IP_RECVERR, &on, sizeof on));
+    long status = kernel::bind(fd.get(), &local, sizeof local);
     if (status >= 0) {
         status = kernel::sendto(fd.get(), query->data(), query->size(), MSG_NOSIGNAL, &server,
                                 sizeof server);

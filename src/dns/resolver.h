@@ -32,7 +32,8 @@ struct ResolveResult {
 /// literal or the limit out of range; with EIO when the kernel gives no random identifier; with the
 /// error of the socket call that failed, ECONNREFUSED among them when the server's machine says
 /// that nothing listens there; and with EBADMSG on an unusable response.  Datagrams from any other
-/// address or port than the server's are dropped and the wait goes on.
+/// address or port than the server's are dropped and the wait goes on; all of 127.0.0.0/8 counts
+/// as one address.
 [[nodiscard]] ResolveResult resolve_host(std::string_view host,
                                          std::int64_t timeout_ms = kDefaultDnsTimeoutMs,
                                          std::string_view name_server = {});

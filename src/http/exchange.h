@@ -20,8 +20,8 @@ struct HttpTarget {
 };
 
 struct TransportResult {
-    /// The connection was made, the request was sent in full, and reading was not broken off by a
-    /// time limit or a failure before the response was whole.
+    /// The connection was made, the request was sent in full, and reading did not end too early:
+    /// at a time limit before the response was complete, or at an error before its head was.
     bool ok = false;
     ByteBuffer bytes;  ///< All that was received, at most the maximum.
 };
@@ -37,9 +37,11 @@ class HttpTransport {
     /// Connects to `host`, sends `request` and reads the response, at most `max_bytes` of it.
     /// Every wait is bounded by `timeout_ms`; the connection is closed in every case.
     ///
-    /// The end of the stream and the maximum only end the reading: what arrived is then judged by
-    /// the reader.  A wait that runs out and a receive error clear `ok`, unless the response is
-    /// whole by its own framing (a body limit of `max_bytes` taken for granted).
+    /// The end of the stream and the maximum only end the reading; the reader then judges what
+    /// arrived.  A receive error after the complete head is such an end, too: a service that
+    /// refuses a request and closes over its unread bytes makes the kernel send a reset, and its
+    /// answer still counts.  An error before that clears `ok`, and so does a wait that runs out,
+    /// unless the response is complete by its own framing (under a body limit of `max_bytes`).
     [[nodiscard]] virtual TransportResult round_trip(std::string_view host,
                                                      std::string_view request,
                                                      std::int64_t max_bytes,

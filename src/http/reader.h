@@ -47,6 +47,7 @@ class ResponseFraming {
     /// `received` is all that has arrived: the bytes of the last call and those after them.
     void advance(std::string_view received);
 
+    [[nodiscard]] bool head_complete() const { return state_ != State::kHead; }
     [[nodiscard]] bool complete() const { return complete_; }
 
     /// The size of a complete message's body, decoded.

@@ -28,7 +28,7 @@ template <typename Read>
         const ReceiveResult got = read(result.bytes, std::min(allowed, kReadBytes));
         if (got.end_of_stream) return result;
         if (got.timed_out || got.error != 0) {
-            result.ok = framing.complete();
+            result.ok = got.timed_out ? framing.complete() : framing.head_complete();
             return result;
         }
         framing.advance(result.bytes.view());

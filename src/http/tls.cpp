@@ -103,9 +103,15 @@ bool load_trust_store(ssl_ctx_st* context, const std::string& file) {
     return openssl.SSL_CTX_load_verify_locations(context, file.c_str(), nullptr) == 1;
 }
 
-bool set_server_name(ssl_st* session, std::string& host) {
+/// The name as certificates have it.  A lone dot stays: to OpenSSL no name means no check.
+std::string certified_name(std::string host) {
+    if (host.size() > 1 && host.ends_with('.')) host.pop_back();
+    return host;
+}
+
+bool set_server_name(ssl_st* session, std::string& name) {
     return openssl.SSL_ctrl(session, SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name,
-                            host.data()) == 1;
+                            name.data()) == 1;
 }
 
 // signal(7): on a socket with a time limit a process that was stopped and continued gets EINTR,
@@ -162,8 +168,9 @@ std::optional<TlsConnection> tls_connect(TlsSettings settings) {
     }
     TlsSession session(openssl.SSL_new(context.get()));
     if (session == nullptr) return failed("TLS failed at session_create");
-    if (!set_server_name(session.get(), settings.host)) return failed("TLS failed at server_name");
-    if (openssl.SSL_set1_host(session.get(), settings.host.c_str()) != 1) {
+    std::string name = certified_name(std::move(settings.host));
+    if (!set_server_name(session.get(), name)) return failed("TLS failed at server_name");
+    if (openssl.SSL_set1_host(session.get(), name.c_str()) != 1) {
         return failed("TLS failed at host_verification_setup");
     }
     if (openssl.SSL_set_fd(session.get(), tcp.fd.get()) != 1) {
@@ -202,7 +209,9 @@ ReceiveResult tls_read(TlsConnection& connection, ByteBuffer& into, std::int64_t
     const int count = kernel::retry_interrupted(
         [&connection, spare, room] { return openssl.SSL_read(connection.session(), spare, room); });
     result.end_of_stream = count == 0;
-    if (count < 0) result.error = -EIO;
+    // socket(7), SO_RCVTIMEO: a receive that waited its limit out fails with EAGAIN.
+    result.timed_out = count == -EAGAIN;
+    if (count < 0 && !result.timed_out) result.error = count;
     if (count > 0) {
         into.commit(static_cast<std::size_t>(count));
         result.count = count;

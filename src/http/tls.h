@@ -23,8 +23,9 @@ struct ssl_st;
 namespace quorvane {
 
 struct TlsSettings {
-    std::string
-        host;  ///< A name or a literal: connected to, sent as SNI, and what must be certified.
+    /// A name or a literal: connected to, sent as SNI, and what must be certified.  A trailing dot
+    /// is for the name server alone (RFC 6066 3: SNI has none; no certificate has one either).
+    std::string host;
     std::int32_t port = 443;      ///< 1 to 65535.
     std::int64_t timeout_ms = 0;  ///< 1 to 600000; connecting takes at most kMaxSocketWaitMs of it.
     std::string trust_store_file;  ///< PEM certificates to trust; empty for OpenSSL's own places.
@@ -86,8 +87,8 @@ class TlsConnection {
 [[nodiscard]] bool tls_write(TlsConnection& connection, std::string_view bytes);
 
 /// Appends up to `max_bytes` (1 to kMaxReceiveBytes) to `into`.  End of stream is the peer's close,
-/// with or without a notification; every other way to get nothing, a time limit included, is the
-/// error -EIO, for OpenSSL does not tell which it was.
+/// with or without a notification.  An error is that of the socket call, or -EIO where the peer
+/// broke the protocol.
 [[nodiscard]] ReceiveResult tls_read(TlsConnection& connection, ByteBuffer& into,
                                      std::int64_t max_bytes);
 

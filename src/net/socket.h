@@ -12,8 +12,9 @@
 /// Times are whole milliseconds, and a limit bounds one wait, not a whole transfer.  Ports are in
 /// host byte order.  Failures are negated errno values: that of the failing call, -EINVAL for an
 /// argument outside its range (nothing was opened), -ETIMEDOUT for a wait that ran out.  EINTR is
-/// retried inside a wait and nowhere else.  Every descriptor is close-on-exec.  Results own their
-/// descriptor; functions that take a plain `int fd` only borrow it.
+/// retried by a wait and by `accept_connection`, and nowhere else.  Every descriptor is
+/// close-on-exec.  Results own their descriptor; functions that take a plain `int fd` only borrow
+/// it.
 namespace quorvane {
 
 /// The longest single connect, send or receive wait that is accepted.
@@ -25,7 +26,8 @@ inline constexpr std::int64_t kMaxReadyWaitMs = 600'000;
 /// The most bytes that one `receive_some` takes.
 inline constexpr std::int64_t kMaxReceiveBytes = 1'048'576;
 
-/// A connected stream socket in blocking mode that sends small pieces at once (TCP_NODELAY).
+/// A connected stream socket in blocking mode that sends small pieces at once (TCP_NODELAY), where
+/// the system permits that.
 struct ConnectResult {
     bool ok = false;
     FdHandle fd;    ///< Valid exactly when `ok`.

@@ -43,6 +43,7 @@ def setUpModule():
     unittest.addModuleCleanup(shutil.rmtree, FOLDER)
     (FOLDER / "resolv.conf").write_text("nameserver 127.0.0.1\n")
     subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
+    subprocess.run(["ip", "address", "add", "10.53.0.1/32", "dev", "lo"], check=True)
     subprocess.run(["mount", "--bind", FOLDER / "resolv.conf", RESOLVER_FILE], check=True)
     CA = Authority(FOLDER)
     CA.issue("good", "localhost", "127.0.0.1", "service.test")
@@ -126,6 +127,8 @@ NAMES = {  # First label: the answer to AAAA, the answer to A, what resolving yi
     "empty": (reply(), reply(), resolved()),
     "silent": (None, None, resolved(ok=0, timed_out=1)),
     "half-silent": (None, reply(FOUR), resolved("10.0.0.2")),
+    "neighbour": (reply(SIX), reply(FOUR), resolved(f"{SIX_TEXT} 10.0.0.2")),
+    "service": (reply(), reply(a("127.0.0.1")), resolved("127.0.0.1")),
     "refusing": (reply(record(28, bytes(15) + b"\x01")), reply(a("127.0.0.9"), a("127.0.0.1")),
                  resolved("0:0:0:0:0:0:0:1 127.0.0.9 127.0.0.1")),
 }
@@ -134,12 +137,12 @@ NAMES = {  # First label: the answer to AAAA, the answer to A, what resolving yi
 class Names(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        addresses = (("127.0.0.1", 53), ("127.0.0.1", 5353), ("127.0.0.2", 53))
+        addresses = (("127.0.0.1", 53), ("127.0.0.2", 53), ("127.0.0.1", 5353), ("10.53.0.1", 53))
         sockets = [socket.socket(socket.AF_INET, socket.SOCK_DGRAM) for _ in addresses]
         for each, address in zip(sockets, addresses):
             each.bind(address)
         cls.queries = []
-        cls.server, *cls.strangers = sockets
+        cls.server, cls.neighbour, *cls.strangers = sockets
         in_thread(cls.answer_all)
 
     @classmethod
@@ -156,7 +159,8 @@ class Names(unittest.TestCase):
                     break
             build = NAMES.get("both" if label == "stray" else label, (None, None))[query[-3] != 28]
             if build:
-                cls.server.sendto(build(query), client)
+                sender = cls.neighbour if label == "neighbour" else cls.server
+                sender.sendto(build(query), client)
 
     def test_answers(self):
         def check(label, _, __, expected):
@@ -217,6 +221,9 @@ class Names(unittest.TestCase):
             ], lambda host, at, error, limit=9000: self.assertEqual(
                 probe("connect", host, at, limit)[0], f"ok={int(error == 0)} error={error}"))
         self.assertFalse([query for query in self.queries if b"refused" in query])
+        # The dot is for the name server: the certificate is for "service.test".
+        port = listen(over_tls(says(length(b"ok"))))
+        self.assertEqual(probe("tls", "service.test.", port, 5000, MAXIMUM)[0], WHOLE)
 
 
 # Exchanges: the same scripts over both transports.
@@ -313,13 +320,13 @@ EXCHANGES = [  # What the peer does, as words and as a script; the result; the b
     ("past the maximum", says(TO_CLOSE, LARGE, LARGE), CUT, (LARGE * 2)[:MAXIMUM - len(TO_CLOSE)]),
     ("whole, stays open", says(length(b"ok"), then=stay), WHOLE, b"ok"),
     ("7 MiB, stays open", says(length(LARGE), then=stay), WHOLE, LARGE),
-    ("whole, then reset", says(length(b"ok"), then=reset), WHOLE, b"ok"),
     ("silent", says(then=stay), GONE, b""),
     ("stalls in the body", says(length(b"ok", 3), then=stay), GONE, b""),
     ("stalls before the close", says(TO_CLOSE + b"ok", then=stay), GONE, b""),
     ("stalls in garbage", says(b"garbage\r\n\r\n", then=stay), GONE, b""),
     ("stalls in a chunk", says(chunked(b"abc")[:-7], then=stay), GONE, b""),
-    ("reset in the body", says(length(b"ok", 3), then=reset), GONE, b""),
+    ("reset in the head", says(length(b"")[:-1], then=reset), GONE, b""),
+    ("reset in the body", says(length(b"ok", 3), then=reset), CUT, b"ok"),
 ]
 
 
