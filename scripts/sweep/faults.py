@@ -33,6 +33,7 @@ ERRORS: dict[str, str] = {
     "getpid": "ENOSYS",
     "fork": "EAGAIN ENOMEM ENOSYS",
     "rt_sigaction": "EINVAL ENOSYS",
+    "rt_sigprocmask": "EINVAL ENOSYS",
     "sysinfo": "EFAULT ENOSYS",
     "prlimit64": "EPERM ENOSYS",
     "arch_prctl": "EPERM",
@@ -54,7 +55,7 @@ ERRORS: dict[str, str] = {
     "connect": "ECONNREFUSED ENETUNREACH EHOSTUNREACH ETIMEDOUT EACCES EADDRNOTAVAIL EINTR EAGAIN",
     "poll": "EINTR ENOMEM EINVAL",
     "getsockopt": "ENOBUFS ENOPROTOOPT",
-    "setsockopt": "ENOMEM ENOPROTOOPT",
+    "setsockopt": "ENOMEM ENOPROTOOPT EPERM",
     "bind": "EADDRINUSE EACCES ENOMEM",
     "listen": "EADDRINUSE EOPNOTSUPP",
     "accept4": "ECONNABORTED EMFILE ENFILE ENOMEM EINTR EAGAIN EPERM",
@@ -64,7 +65,7 @@ ERRORS: dict[str, str] = {
     "shutdown": "ENOTCONN",
 }
 # The forms that newer architectures have instead.
-for _old, _new in (("rename", "renameat"), ("unlink", "unlinkat"), ("mkdir", "mkdirat"),
+for _old, _new in (("rename", "renameat2"), ("unlink", "unlinkat"), ("mkdir", "mkdirat"),
                    ("access", "faccessat"), ("fork", "clone"), ("poll", "ppoll")):
     ERRORS[_new] = ERRORS[_old]
 
@@ -112,9 +113,15 @@ def _is_retried(call: Call, tls: bool) -> bool:
             or (call.name in ("read", "write") and call.target == "socket" and tls))
 
 
+def _is_optional(call: Call) -> bool:
+    """Whether the program can do without what it asks for."""
+    return (call.name == "rt_sigprocmask" and not call.before_main
+            or re.search("IP_RECVERR|TCP_NODELAY", call.text) is not None)
+
+
 def _is_grave(call: Call) -> bool:
     """Whether a file is not what it should be when this call has failed."""
-    return (call.name in ("fsync", "rename", "renameat", "unlink", "unlinkat")
+    return (call.name in ("fsync", "rename", "renameat2", "unlink", "unlinkat")
             or (call.name in ("write", "close") and call.target == "file"))
 
 
@@ -144,14 +151,14 @@ def faults_of(call: Call, tls: bool, later: tuple[str, ...]) -> Iterator[Fault]:
         retried = "EINTR" in effect and _is_retried(call, tls)
         yield Fault(injection, (injection, *more), loader=call.before_main,
                     no_memory=call.name in ("brk", "mmap", "mremap"),
-                    harmless=retried, grave=_is_grave(call))
+                    harmless=retried or _is_optional(call), grave=_is_grave(call))
 
 
 def joint_faults(calls: list[Call]) -> Iterator[Fault]:
     """Faults of more than one call, and limits that the kernel itself keeps."""
     removals = tuple(f"{name}:error=EIO:when=1+" for name in ("unlink", "rmdir", "unlinkat"))
     for first in calls:
-        if first.target == "file" or first.name in ("fsync", "rename", "renameat"):
+        if first.target == "file" or first.name in ("fsync", "rename", "renameat2"):
             failed = f"{first.name}:error=EIO:when={first.turn}+"
             yield Fault(f"{failed}, no file can be removed", (failed, *removals), no_removal=True)
     first_turns = {name: 1 + sum(call.before_main and call.name == name for call in calls)
