@@ -47,7 +47,7 @@ class ResponseFraming {
     /// `received` is all that has arrived: the bytes of the last call and those after them.
     void advance(std::string_view received);
 
-    [[nodiscard]] bool head_complete() const { return state_ != State::kHead; }
+    [[nodiscard]] bool head_complete() const { return head_bytes_ != 0; }
     [[nodiscard]] bool complete() const { return complete_; }
 
     /// The size of a complete message's body, decoded.
