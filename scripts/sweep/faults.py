@@ -151,7 +151,8 @@ def faults_of(call: Call, tls: bool, later: tuple[str, ...]) -> Iterator[Fault]:
         retried = "EINTR" in effect and _is_retried(call, tls)
         yield Fault(injection, (injection, *more), loader=call.before_main,
                     no_memory=call.name in ("brk", "mmap", "mremap"),
-                    harmless=retried or _is_optional(call), grave=_is_grave(call))
+                    harmless=retried or (_is_optional(call) and not effect.endswith("+")),
+                    grave=_is_grave(call))
 
 
 def joint_faults(calls: list[Call]) -> Iterator[Fault]:
