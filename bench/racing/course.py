@@ -4,35 +4,46 @@ from __future__ import annotations
 
 import hashlib
 import json
+import math
 import shutil
 import subprocess
 from collections.abc import Sequence
 from pathlib import Path
 from typing import NamedTuple
 
-OURS, BARE, CURL, CURL_JQ = "quorvane", "bare client", "curl", "curl | jq"
+TRUE, BARE, CURL, CURL_JQ = "/bin/true", "bare client", "curl", "curl | jq"
 JQ_CURL_JQ = "jq | curl | jq"
 TOKEN = "token-of-the-races"
-SIZES = {"2 KB": 2_000, "100 KB": 100_000, "1 MB": 1_000_000, "7 MB": 7_000_000}
+PULLED = {"2 KB": 2_000, "100 KB": 100_000, "7 MB": 7_000_000}
 PUSHED = {"100 KB": 100_000, "8 MB": 8_300_000}
 CHUNK = 16_384
 
 
 class Command(NamedTuple):
-    """A pipeline; "::" stands between its processes."""
+    """A pipeline; "::" separates its processes."""
 
     words: Sequence[str]
-    output: str = "/dev/null"  # What standard output is kept in, where that is the purpose.
+    output: str = "/dev/null"  # Where standard output is kept, if that is the purpose.
     remove: str = ""           # A file that every run has to make anew.
     status: int = 0            # Of each process.
 
 
+class Peer(NamedTuple):
+    """What the program races against, and the most that it may cost by that peer's cost."""
+
+    command: Command
+    goal: float
+    better: float = math.nan
+
+
 class Race(NamedTuple):
-    """Contenders that do the same work."""
+    """A command of the program, and peers that do the same work."""
 
     name: str
-    contenders: dict[str, Command]
-    large: bool = False  # One run for each round is enough.
+    ours: Command
+    peers: dict[str, Peer]
+    large: bool = False  # One run in each round is enough.
+    start: bool = False  # Ends before it has done anything.
 
 
 class Tools(NamedTuple):
@@ -55,7 +66,7 @@ def document(tools: Tools, kind: str, size: int) -> bytes:
 
 
 def response(body: bytes, chunk: int = 0) -> bytes:
-    """A whole response, framed by its length or in chunks of that size."""
+    """A complete response, framed by its length or in chunks of that size."""
     head = b"HTTP/1.1 200 OK\r\nContent-Type: application/json\r\n"
     if not chunk:
         return head + b"Content-Length: %d\r\n\r\n" % len(body) + body
@@ -70,10 +81,6 @@ def project(config: bytes) -> bytes:
     return b'{"project":{%s,"revision":7,"config":{%s,%s}}' % (members, members, config[1:])
 
 
-def wrapped(content: bytes) -> bytes:
-    return b'{"data":%s}' % content
-
-
 class Responder:
     """The server with answers in memory, until the block is left."""
 
@@ -85,6 +92,11 @@ class Responder:
         self.port = int(self._process.stdout.readline())
         host = "https://localhost" if certificate else "http://127.0.0.1"
         self.origin = f"{host}:{self.port}"
+        # The credential file of this origin in the home of the races.
+        home = tools.folder / "config" / "quorvane"
+        home.mkdir(parents=True, exist_ok=True)
+        name = hashlib.sha256(self.origin.encode()).hexdigest() + ".json"
+        (home / name).write_text(json.dumps({"token": TOKEN}))
 
     def __enter__(self) -> Responder:
         return self
@@ -103,20 +115,12 @@ def make_certificate(folder: Path) -> tuple[Path, Path]:
     return certificate, key
 
 
-def sign_in(folder: Path, origin: str) -> None:
-    """The credential file of an origin in the home of the races."""
-    home = folder / "config" / "quorvane"
-    home.mkdir(parents=True, exist_ok=True)
-    name = hashlib.sha256(origin.encode()).hexdigest() + ".json"
-    (home / name).write_text(json.dumps({"token": TOKEN}))
-
-
 def make_answers(tools: Tools, answers: Path) -> None:
     answers.mkdir()
     account = b'{"account":{"canonical_email":"ada@tidewater.example"}}'
     (answers / "account").write_bytes(response(account))
     (answers / "pushed").write_bytes(response(b'{"project":{"revision":8}}'))
-    for name, size in SIZES.items():
+    for name, size in PULLED.items():
         body = project(document(tools, "configuration", size))
         (answers / name).write_bytes(response(body))
         (answers / f"{name}, chunked").write_bytes(response(body, CHUNK))
@@ -125,82 +129,84 @@ def make_answers(tools: Tools, answers: Path) -> None:
 
 
 class Lane:
-    """One way of travelling: the same commands, plain or over TLS."""
+    """The commands over one server, plain or over TLS."""
 
-    def __init__(self, tools: Tools, server: Responder, name: str, bare: str) -> None:
-        self.name = name
+    def __init__(self, tools: Tools, server: Responder, bare: str) -> None:
         self._tools = tools
         self._server = server
         self._bare = str(tools.built / bare)
 
-    def _ours(self, *words: str) -> list[str]:
-        return [str(self._tools.program), *words, "--base-url", self._server.origin]
+    def ours(self, *words: str) -> Command:
+        return Command([str(self._tools.program), *words, "--base-url", self._server.origin])
 
-    def _curl(self, path: str, body: str) -> list[str]:
-        return [find("curl"), "-sS", "-H", "Content-Type: application/json", "-H",
-                f"Authorization: Bearer {TOKEN}", "--data-binary", body,
-                self._server.origin + path]
+    def pull(self, answer: str) -> Command:
+        command = self.ours("config", "pull", "-p", answer, "-f", "pulled.json")
+        return command._replace(remove="pulled.json")
 
-    def _bare_client(self, path: str, *body: str) -> Command:
+    def push(self, size: str) -> Command:
+        # A file of its own, for the metadata names the origin.
+        own = f"{self._server.port} {size}.json"
+        metadata = {"projectId": "pushed", "baseUrl": self._server.origin, "revision": 7}
+        shutil.copy(self._tools.folder / f"push {size}.json", self._tools.folder / own)
+        (self._tools.folder / f"{own}.sync.json").write_text(json.dumps(metadata))
+        return self.ours("config", "push", "-p", "pushed", "-f", own)
+
+    def bare(self, path: str, *body: str) -> Command:
         return Command([self._bare, str(self._server.port), path, *body])
 
-    def whoami(self) -> Race:
-        path = "/api/v1/account"
-        curl = self._curl(path, "{}")
-        return Race(f"whoami, {self.name}", {
-            OURS: Command(self._ours("whoami")),
-            BARE: self._bare_client(path, "{}"),
-            CURL: Command(curl),
-            CURL_JQ: Command([*curl, "::", find("jq"), "-r", ".account.canonical_email"])})
+    def curl(self, path: str, body: str) -> Command:
+        return Command([find("curl"), "-sS", "-H", "Content-Type: application/json", "-H",
+                        f"Authorization: Bearer {TOKEN}", "--data-binary", body,
+                        self._server.origin + path])
 
-    def pull(self, size: str, chunked: str = "") -> Race:
-        path, answer = "/api/v1/project", size + chunked
-        body = json.dumps({"projectId": answer})
-        curl = self._curl(path, body)
-        picked = ".project.config | del(.id, .publicKey, .name)"
-        pulled = ["config", "pull", "-p", answer, "-f", "pulled.json"]
-        return Race(f"pull {size}, {self.name}{chunked}", {
-            OURS: Command(self._ours(*pulled), remove="pulled.json"),
-            BARE: self._bare_client(path, body),
-            CURL: Command(curl, output="answer.json"),
-            CURL_JQ: Command([*curl, "::", find("jq"), picked], output="picked.json")}, large=size == "7 MB")
-
-    def push(self, size: str) -> Race:
-        path, file = "/api/v1/project-configure", f"push {size}.json"
-        request = '{projectId: "pushed", revision: 7, config: .}'
-        metadata = {"projectId": "pushed", "baseUrl": self._server.origin, "revision": 7}
-        # Each lane has a file of its own, for the metadata names the origin.
-        own = f"{self.name} {file}"
-        shutil.copy(self._tools.folder / file, self._tools.folder / own)
-        (self._tools.folder / f"{own}.sync.json").write_text(json.dumps(metadata))
-        return Race(f"push {size}, {self.name}", {
-            OURS: Command(self._ours("config", "push", "-p", "pushed", "-f", own)),
-            BARE: self._bare_client(path, "", own),
-            JQ_CURL_JQ: Command([find("jq"), "-c", request, own, "::", *self._curl(path, "@-"),
-                                 "::", find("jq"), ".project.revision"])}, large=size == "8 MB")
+    def curl_jq(self, path: str, body: str, *words: str, output: str = "/dev/null") -> Command:
+        return Command([*self.curl(path, body).words, "::", find("jq"), *words], output)
 
 
-def starting(tools: Tools) -> Race:
-    """What ends before it has done anything."""
-    program = str(tools.program)
-    return Race("start", {
-        "/bin/true": Command([find("true")]),
-        "a single _exit": Command([str(tools.built / "bare_exit")]),
-        "quorvane --version": Command([program, "--version"]),
-        "quorvane --help": Command([program, "--help"]),
-        "quorvane, signed out": Command([program, "whoami"], status=1),
-        "git --version": Command([find("git"), "--version"]),
-        "curl --version": Command([find("curl"), "--version"]),
-        "jq --version": Command([find("jq"), "--version"])})
+def start(tools: Tools, name: str, *words: str, status: int = 0) -> Race:
+    return Race(name, Command([str(tools.program), *words], status=status),
+                {TRUE: Peer(Command([find("true")]), 1.03, 0.85)}, start=True)
 
 
 def all_races(tools: Tools, plain: Responder, tls: Responder) -> list[Race]:
-    in_clear = Lane(tools, plain, "plain", "bare_client")
-    over_tls = Lane(tools, tls, "TLS", "bare_client_tls")
-    races = [starting(tools)]
-    for lane in (in_clear, over_tls):
-        races.append(lane.whoami())
-        races += [lane.pull(size) for size in SIZES]
-        races.append(lane.pull("7 MB", ", chunked"))
-        races += [lane.push(size) for size in PUSHED]
-    return races
+    in_clear, over_tls = Lane(tools, plain, "bare_client"), Lane(tools, tls, "bare_client_tls")
+    account, project_path = "/api/v1/account", "/api/v1/project"
+
+    def asked(answer: str) -> str:
+        return json.dumps({"projectId": answer})
+
+    def picked(lane: Lane, answer: str) -> Command:
+        return lane.curl_jq(project_path, asked(answer),
+                            ".project.config | del(.id, .publicKey, .name)", output="picked.json")
+
+    def bare_pull(size: str) -> Command:
+        return in_clear.bare(project_path, asked(size))
+
+    request = '{projectId: "pushed", revision: 7, config: .}'
+    piped_push = Command([
+        find("jq"), "-c", request, "push 8 MB.json", "::",
+        *in_clear.curl_jq("/api/v1/project-configure", "@-", ".project.revision").words])
+    return [
+        start(tools, "--version", "--version"),
+        start(tools, "--help", "--help"),
+        start(tools, "refusal when signed out", "whoami", status=1),
+        Race("whoami, plain", in_clear.ours("whoami"), {
+            CURL: Peer(in_clear.curl(account, "{}"), 1 / 9),
+            CURL_JQ: Peer(in_clear.curl_jq(account, "{}", "-r", ".account.canonical_email"),
+                          1 / 45),
+            BARE: Peer(in_clear.bare(account, "{}"), 1.4)}),
+        Race("whoami, TLS", over_tls.ours("whoami"), {
+            CURL: Peer(over_tls.curl(account, "{}"), 0.62),
+            BARE: Peer(over_tls.bare(account, "{}"), 1.05)}),
+        Race("pull 2 KB, plain", in_clear.pull("2 KB"), {BARE: Peer(bare_pull("2 KB"), 1.15)}),
+        Race("pull 100 KB, plain", in_clear.pull("100 KB"), {BARE: Peer(bare_pull("100 KB"), 2)}),
+        Race("pull 7 MB, plain", in_clear.pull("7 MB"), {
+            CURL_JQ: Peer(picked(in_clear, "7 MB"), 1 / 13, 1 / 17),
+            BARE: Peer(bare_pull("7 MB"), 4, 3)}, large=True),
+        Race("pull 7 MB, TLS, chunked", over_tls.pull("7 MB, chunked"), {
+            "the same with Content-Length": Peer(over_tls.pull("7 MB"), 1.05),
+            CURL_JQ: Peer(picked(over_tls, "7 MB, chunked"), 1 / 11)}, large=True),
+        Race("push 8 MB, plain", in_clear.push("8 MB"),
+             {JQ_CURL_JQ: Peer(piped_push, 1 / 15, 1 / 19)}, large=True),
+        Race("push 100 KB, TLS", over_tls.push("100 KB"), {}),
+    ]

@@ -1,18 +1,16 @@
-"""The figures to reach, each a ratio of two medians of the same run."""
+"""The figures to reach."""
 
 from __future__ import annotations
 
 import math
-import re
 import statistics
-import subprocess
 from typing import NamedTuple
 
-from racing.course import BARE, CURL, CURL_JQ, JQ_CURL_JQ, OURS, Race, Tools
-from racing.measure import Results, median, peak_kib, user_instructions
+from racing.course import CURL_JQ, Race, Tools, document
+from racing.measure import (FULL_SIZE, KINDS, OURS, First, Results, Sample, median_ratio,
+                            user_instructions)
 
-TRUE = "/bin/true"
-OURS_IN_JSON, PLAIN_IN_JSON = "ours", "ours, plain"
+Firsts = dict[str, dict[str, list[First]]]
 
 
 class Row(NamedTuple):
@@ -25,6 +23,7 @@ class Row(NamedTuple):
     better: float = math.nan
     least: bool = False
     unit: str = "x"
+    half: tuple[float, float] | None = None  # The middle half of the rounds.
 
     def verdict(self) -> str:
         sign = -1 if self.least else 1
@@ -38,93 +37,73 @@ class Row(NamedTuple):
         return f"{value:.4g} {self.unit}"
 
 
-def start_rows(tools: Tools, results: Results, start: Race) -> list[Row]:
-    runs = results["start"]
+def cpu_us(rounds: list[list[Sample]]) -> list[float]:
+    return [statistics.median(sample.cpu_us for sample in samples) for samples in rounds]
+
+
+def peak_kib(rounds: list[list[Sample]], stage: int = 0) -> float:
+    return statistics.median(sample.peaks_kib[stage] for samples in rounds for sample in samples)
+
+
+def start_rows(tools: Tools, results: Results, races: list[Race]) -> list[Row]:
     rows = []
-    for name, short in (("quorvane --version", "--version"), ("quorvane --help", "--help"),
-                        ("quorvane, signed out", "refusal when signed out")):
-        ratio = median(runs[name], "cpu_us") / median(runs[TRUE], "cpu_us")
-        rows.append(Row(short, "CPU, by /bin/true", ratio, 1.0, 0.85))
-        rows.append(Row(short, "peak memory", peak_kib(runs[name]), 1536, unit="KiB"))
-        count, counter = user_instructions(tools, start.contenders[name])
-        rows.append(Row(short, f"user instructions ({counter})", count / 1e6, 0.25, unit="million"))
+    for race in races:
+        if race.start:
+            peak = peak_kib(results[race.name][OURS])
+            rows.append(Row(race.name, "peak memory", peak, 1536, unit="KiB"))
+            count, counter = user_instructions(tools, race.ours)
+            rows.append(Row(race.name, f"user instructions ({counter})", count / 1e6, 0.25,
+                            unit="million"))
     return rows
 
 
-def race_rows(results: Results) -> list[Row]:
+def race_rows(results: Results, races: list[Race]) -> list[Row]:
     rows = []
-
-    def cpu(race: str, peer: str, goal: float, better: float = math.nan) -> None:
-        runs = results[race]
-        ratio = median(runs[OURS], "cpu_us") / median(runs[peer], "cpu_us")
-        rows.append(Row(race, f"CPU, by {peer}", ratio, goal, better))
-
-    cpu("whoami, plain", CURL, 1 / 9)
-    cpu("whoami, plain", CURL_JQ, 1 / 45)
-    cpu("whoami, plain", BARE, 1.4)
-    cpu("whoami, TLS", CURL, 0.62)
-    cpu("whoami, TLS", BARE, 1.05)
-    cpu("pull 2 KB, plain", BARE, 1.15)
-    cpu("pull 100 KB, plain", BARE, 2)
-    cpu("pull 7 MB, plain", CURL_JQ, 1 / 13, 1 / 17)
-    cpu("pull 7 MB, plain", BARE, 4, 3)
+    for race in races:
+        for name, peer in race.peers.items():
+            runs = results[race.name]
+            value, *half = median_ratio(cpu_us(runs[OURS]), cpu_us(runs[name]))
+            rows.append(Row(race.name, f"CPU, by {name}", value, peer.goal, peer.better,
+                            half=(half[0], half[1])))
     pulls = results["pull 7 MB, plain"]
     rows.append(Row("pull 7 MB, plain", "peak memory, by jq",
                     peak_kib(pulls[OURS]) / peak_kib(pulls[CURL_JQ], 1), 0.85, 0.5))
-    chunked = results["pull 7 MB, TLS, chunked"]
-    whole = results["pull 7 MB, TLS"]
-    rows.append(Row("pull 7 MB, TLS, chunked", "CPU, by the same with Content-Length",
-                    median(chunked[OURS], "cpu_us") / median(whole[OURS], "cpu_us"), 1.05))
-    cpu("pull 7 MB, TLS, chunked", CURL_JQ, 1 / 11)
-    cpu("push 8 MB, plain", JQ_CURL_JQ, 1 / 15, 1 / 19)
-    walls = [sample.wall_us for sample in results["push 100 KB, TLS"][OURS]]
+    walls = [sample.wall_us for samples in results["push 100 KB, TLS"][OURS] for sample in samples]
     rows.append(Row("push 100 KB, TLS", "wall time, 90th percentile by median",
                     statistics.quantiles(walls, n=10)[-1] / statistics.median(walls), 2))
     return rows
 
 
-class First(NamedTuple):
-    """What json_first says of one library and document; times by those of ours."""
-
-    parse: float
-    parse_ns: float
-    write: float
-    tree: float  # Bytes of memory for each of the input.
+def gain(firsts: Firsts, kind: str, library: str, field: str) -> tuple[float, float, float]:
+    """The library's time by ours."""
+    theirs, ours = ([getattr(first, field) for first in firsts[kind][name]]
+                    for name in (library, "ours"))
+    return median_ratio(theirs, ours)
 
 
-def first_parses(tools: Tools, rounds: int) -> dict[tuple[str, str], First]:
-    done = subprocess.run([tools.built / "json_first", str(rounds)], check=True,
-                          capture_output=True, text=True)
-    pattern = (r"(\S+)\s+(\S.*?)\s+parse\s+([\d.]+) x\s+([\d.]+) ns/B\s+write\s+([\d.]+) x"
-               r"\s+[\d.]+ ns/B\s+([\d.]+) B/B")
-    return {(line[0], line[1]): First(*map(float, line[2:]))
-            for line in re.findall(pattern, done.stdout)}
-
-
-def json_rows(tools: Tools, firsts: dict[tuple[str, str], First]) -> list[Row]:
-    kinds = [kind for kind, library in firsts if library == "rapidjson"]
-
-    def least(library: str, field: str, goal: float, among: list[str]) -> Row:
-        kind = min(among, key=lambda kind: float(getattr(firsts[kind, library], field)))
-        return Row(f"first {field}", f"{library}'s CPU by ours, worst document: {kind}",
-                   getattr(firsts[kind, library], field), goal, least=True)
-
-    rows = [least("rapidjson", "parse", 1.0, kinds), least("nlohmann", "parse", 2.3, kinds),
-            least("rapidjson", "parse", 1.7, ["configuration"])]
-    rows += [least("simdjson", "parse", 1.0, [kind])
-             for kind in ("configuration", "long_strings", "non_ascii")]
-    rows.append(least("rapidjson", "write", 1.3, kinds))
-    gains = {kind: firsts[kind, PLAIN_IN_JSON] for kind in kinds}
-    for field in ("parse", "write"):
-        kind = min(kinds, key=lambda kind: float(getattr(gains[kind], field)))
-        rows.append(Row(f"first {field}", f"CPU by the plain scans', worst document: {kind}",
-                        1 / getattr(gains[kind], field), 1.2))
-    small = firsts["small_objects", OURS_IN_JSON].parse_ns
+def json_rows(tools: Tools, firsts: Firsts) -> list[Row]:
+    rows = []
+    for library, field, goal, kinds in (
+            ("rapidjson", "parse", 1.0, KINDS), ("nlohmann", "parse", 2.3, KINDS),
+            ("rapidjson", "parse", 1.7, ("configuration",)),
+            ("simdjson", "parse", 1.0, ("configuration",)),
+            ("simdjson", "parse", 1.0, ("long_strings",)),
+            ("simdjson", "parse", 1.0, ("non_ascii",)), ("rapidjson", "write", 1.3, KINDS)):
+        gains = {kind: gain(firsts, kind, library, f"{field}_ns") for kind in kinds}
+        worst = min(kinds, key=lambda kind: gains[kind][0])
+        where = worst if len(kinds) == 1 else f"worst document: {worst}"
+        rows.append(Row(f"first {field}", f"{library}'s CPU by ours, {where}", gains[worst][0],
+                        goal, least=True, half=gains[worst][1:]))
+    sizes = {kind: len(document(tools, kind, FULL_SIZE))
+             for kind in ("keys", "crafted_keys", "small_objects")}
+    costs = {kind: [first.parse_ns / size for first in firsts[kind]["ours"]]
+             for kind, size in sizes.items()}
     for kind in ("keys", "crafted_keys"):
-        rows.append(Row("first parse", f"CPU a byte of {kind}, by small_objects",
-                        firsts[kind, OURS_IN_JSON].parse_ns / small, 2))
-    integers = subprocess.check_output([tools.built / "make_document", "integers", "8300000"])
-    memory = firsts["integers", OURS_IN_JSON].tree * len(integers) / (integers.count(b",") + 1)
+        value, *half = median_ratio(costs[kind], costs["small_objects"])
+        rows.append(Row("first parse", f"CPU a byte of {kind}, by small_objects", value, 2,
+                        half=(half[0], half[1])))
+    count = document(tools, "integers", FULL_SIZE).count(b",") + 1
+    memory = statistics.median(first.tree_bytes for first in firsts["integers"]["ours"]) / count
     rows.append(Row("1,000,000 integers", "memory a value, over the input", memory, 80, 30,
                     unit="bytes"))
     return rows
