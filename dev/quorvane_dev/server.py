@@ -104,7 +104,8 @@ class _Handler(BaseHTTPRequestHandler):
         hosts: list[str] = self.headers.get_all("Host", [])
         if len(hosts) != 1:
             raise HttpError(400, "A request needs one Host")
-        name = hosts[0].strip().lower().partition(":")[0]
+        # A name that ends in a dot is the same name (RFC 1034 3.1).
+        name = hosts[0].strip().lower().partition(":")[0].removesuffix(".")
         if name not in self.server.names:
             raise HttpError(421, "This service does not answer for that host: see --name")
 
