@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <utility>
 
 #include "net/address.h"
 #include "support/text.h"
@@ -68,6 +67,8 @@ struct DatagramReader {
     }
 };
 
+DnsAnswer malformed() { return {.error = EBADMSG}; }
+
 template <typename Address>
 Address address_from(std::string_view data) {
     Address address;
@@ -107,7 +108,6 @@ std::optional<std::string> build_dns_query(std::string_view host, std::uint16_t 
 }
 
 DnsAnswer parse_dns_response(std::string_view datagram, std::uint16_t identifier) {
-    const DnsAnswer malformed = {.error = EBADMSG};
     DatagramReader reader = {datagram};
     const bool ours = reader.take_u16() == identifier;
     // The response bit set and the response code 0 (RFC 1035 4.1.1).
@@ -115,8 +115,8 @@ DnsAnswer parse_dns_response(std::string_view datagram, std::uint16_t identifier
     const int questions = reader.take_u16();
     const int answers = reader.take_u16();
     reader.take(4);  // The counts of the sections that are not read.
-    if (!reader.ok || !ours || !good) return malformed;
-    if (questions > kMaxQuestions || answers > kMaxAnswers) return malformed;
+    if (!reader.ok || !ours || !good) return malformed();
+    if (questions > kMaxQuestions || answers > kMaxAnswers) return malformed();
 
     for (int i = 0; i < questions; ++i) {
         reader.skip_name();
@@ -136,7 +136,8 @@ DnsAnswer parse_dns_response(std::string_view datagram, std::uint16_t identifier
             answer.addresses.push_back(format_ipv6(address_from<Ipv6Address>(data)));
         }
     }
-    return reader.ok ? std::move(answer) : malformed;
+    if (!reader.ok) return malformed();
+    return answer;
 }
 
 }  // namespace quorvane
