@@ -12,8 +12,8 @@
 /// or a body that would pass the limit.
 namespace quorvane {
 
-/// The body limit where the caller gives none.
-inline constexpr std::int64_t kDefaultBodyLimit = 1'048'576;
+/// The most bytes of a body where the caller gives no limit.
+inline constexpr std::int64_t kDefaultMaxBodyBytes = 1'048'576;
 
 enum class ChunkStep : std::uint8_t { kMore, kChunk, kEnd, kError };
 
@@ -68,6 +68,6 @@ struct ChunkedDecode {
 
 /// Decodes in place: the buffer becomes the body, and no second one is allocated.
 [[nodiscard]] ChunkedDecode decode_chunked(ByteBuffer data,
-                                           std::int64_t max_body_bytes = kDefaultBodyLimit);
+                                           std::int64_t max_body_bytes = kDefaultMaxBodyBytes);
 
 }  // namespace quorvane

@@ -29,7 +29,7 @@ struct ResponseParse {
 /// incomplete response is what arrived after the head; of a chunked one, the data of its complete
 /// chunks.  The buffer becomes the body: its bytes are not copied elsewhere.
 [[nodiscard]] ResponseParse parse_response(ByteBuffer received,
-                                           std::int64_t max_body_bytes = kDefaultBodyLimit);
+                                           std::int64_t max_body_bytes = kDefaultMaxBodyBytes);
 
 /// How the headers of a response frame its body.
 struct BodyFraming {

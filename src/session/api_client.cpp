@@ -4,9 +4,7 @@
 #include <utility>
 
 #include "http/exchange.h"
-#include "http/plain_transport.h"
 #include "http/tls.h"
-#include "http/tls_transport.h"
 #include "json/parser.h"
 #include "json/writer.h"
 #include "session/trust_store.h"

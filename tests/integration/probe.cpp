@@ -11,9 +11,7 @@
 #include "dns/connect_host.h"
 #include "dns/resolver.h"
 #include "http/exchange.h"
-#include "http/plain_transport.h"
 #include "http/tls.h"
-#include "http/tls_transport.h"
 #include "support/syscall.h"
 
 namespace quorvane {

@@ -1,0 +1,68 @@
+#include "http/transport.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "http/reader.h"
+#include "http/tls.h"
+#include "net/socket.h"
+
+namespace quorvane {
+namespace {
+
+/// Reads the response to a request that was sent.  `read(into, most)` is called while less than
+/// `max_bytes` have arrived; it appends at most `most` bytes to `into` and returns a ReceiveResult.
+/// A complete response ends the reading if its body has at most `stop_body_bytes`; with -1 only the
+/// peer does.
+template <typename Read>
+TransportResult receive_response(std::int64_t max_bytes, std::int64_t stop_body_bytes,
+                                 const Read& read) {
+    constexpr std::int64_t kMaxReadBytes = 65'536;
+    TransportResult result;
+    result.ok = true;
+    ResponseFraming framing(max_bytes);
+    for (;;) {
+        const std::int64_t allowed = max_bytes - std::ssize(result.bytes.view());
+        if (allowed <= 0) return result;
+        const ReceiveResult got = read(result.bytes, std::min(allowed, kMaxReadBytes));
+        if (got.end_of_stream) return result;
+        if (got.timed_out || got.error != 0) {
+            result.ok = got.timed_out ? framing.complete() : framing.head_complete();
+            return result;
+        }
+        framing.advance(result.bytes.view());
+        // Spare bytes for all that was announced, and for the read that meets the end.
+        if (const std::size_t missing = framing.missing_bytes()) {
+            static_cast<void>(result.bytes.spare(missing + std::size_t{kMaxReadBytes}));
+        }
+        if (framing.complete() && framing.body_bytes() <= stop_body_bytes) return result;
+    }
+}
+
+}  // namespace
+
+TransportResult PlainTransport::round_trip(std::string_view host, std::string_view request,
+                                           std::int64_t max_bytes, std::int64_t timeout_ms) {
+    const ConnectResult connection = connect_ipv4(host, port_, timeout_ms);
+    if (!connection.ok) return {};
+    const int fd = connection.fd.get();
+    if (send_all(fd, request, timeout_ms) < 0) return {};
+    return receive_response(max_bytes, -1, [fd, timeout_ms](ByteBuffer& into, std::int64_t most) {
+        return receive_some(fd, into, most, timeout_ms);
+    });
+}
+
+TransportResult TlsTransport::round_trip(std::string_view host, std::string_view request,
+                                         std::int64_t max_bytes, std::int64_t timeout_ms) {
+    std::optional<TlsConnection> connection = tls_connect({.host = std::string(host),
+                                                           .port = port_,
+                                                           .timeout_ms = timeout_ms,
+                                                           .trust_store_file = trust_store_file_});
+    if (!connection || !tls_write(*connection, request)) return {};
+    return receive_response(max_bytes, kDefaultMaxBodyBytes,
+                            [&connection](ByteBuffer& into, std::int64_t most) {
+                                return tls_read(*connection, into, most);
+                            });
+}
+
+}  // namespace quorvane
