@@ -5,7 +5,7 @@
 
 #include "json/value.h"
 #include "session/api_client.h"
-#include "session/credentials.h"
+#include "session/state_files.h"
 #include "support/output.h"
 
 namespace quorvane {
@@ -47,8 +47,7 @@ int run_projects(const ServiceOrigin& origin, std::string_view token) {
 int run_logout(const ServiceOrigin& origin, std::string_view token) {
     if (!call_account(origin, "/api/v1/logout", token)) return 1;
     if (!delete_credentials(origin)) {
-        print_line(Stream::kError, "Logged out; remove the local credential file manually");
-        return 1;
+        return fail("Logged out; remove the local credential file manually");
     }
     print_line(Stream::kOutput, "Signed out");
     return 0;

@@ -7,7 +7,7 @@
 #include "cli/config_files.h"
 #include "json/value.h"
 #include "session/api_client.h"
-#include "session/json_file.h"
+#include "session/state_files.h"
 #include "support/output.h"
 #include "support/signal_hold.h"
 
@@ -16,11 +16,6 @@ namespace {
 
 // The service's own members: they describe the project and are not configuration.
 constexpr std::string_view kServiceMembers[] = {"id", "publicKey", "name"};
-
-int fail(std::string_view message) {
-    print_line(Stream::kError, message);
-    return 1;
-}
 
 JsonValue pull_request(std::string_view project) {
     return json_object({"projectId"}, json_values(json_string(project)));

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "json/writer.h"
-#include "session/json_file.h"
+#include "session/state_files.h"
 #include "support/bytes.h"
 #include "support/files.h"
 

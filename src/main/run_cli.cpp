@@ -9,20 +9,15 @@
 #include "cli/config_commands.h"
 #include "cli/help.h"
 #include "main/command_tree.h"
-#include "session/credentials.h"
 #include "session/login.h"
 #include "session/origin.h"
+#include "session/state_files.h"
 #include "support/output.h"
 #include "support/process.h"
 #include "support/syscall.h"
 
 namespace quorvane {
 namespace {
-
-int fail(std::string_view message) {
-    print_line(Stream::kError, message);
-    return 1;
-}
 
 int run_command(const ProgramSpec& program, const ParseResult& parsed, const ServiceOrigin& origin,
                 std::string_view token) {

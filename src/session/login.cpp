@@ -13,8 +13,8 @@
 #include "session/api_client.h"
 #include "session/browser.h"
 #include "session/callback.h"
-#include "session/credentials.h"
 #include "session/encoding.h"
+#include "session/state_files.h"
 #include "support/bytes.h"
 #include "support/clock.h"
 #include "support/output.h"
@@ -45,11 +45,6 @@ std::optional<LoginListener> open_login_listener() {
     const std::optional<std::int32_t> port = listener_port(opened.fd.get());
     if (!port) return std::nullopt;
     return LoginListener{std::move(opened.fd), *port};
-}
-
-int fail(std::string_view message) {
-    print_line(Stream::kError, message);
-    return 1;
 }
 
 std::optional<JsonValue> start_login(const ServiceOrigin& origin, std::string_view verifier,

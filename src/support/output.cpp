@@ -24,4 +24,9 @@ void print_line(Stream stream, std::string_view text) {
     write_all(static_cast<int>(stream), line);
 }
 
+int fail(std::string_view message) {
+    print_line(Stream::kError, message);
+    return 1;
+}
+
 }  // namespace quorvane

@@ -14,4 +14,7 @@ bool write_all(int fd, std::string_view bytes);
 /// Writes `text` and one line feed in a single write, unless the kernel takes it in parts.
 void print_line(Stream stream, std::string_view text);
 
+/// Prints `message` as a line on standard error and returns the exit status of a failure, 1.
+[[nodiscard]] int fail(std::string_view message);
+
 }  // namespace quorvane

@@ -1,23 +1,25 @@
-#include "session/credentials.h"
+#include "session/state_files.h"
 
+#include "json/parser.h"
 #include "json/writer.h"
 #include "session/encoding.h"
-#include "session/json_file.h"
 #include "session/sha256.h"
 #include "support/files.h"
 #include "support/process.h"
 
 namespace quorvane {
-namespace {
 
-std::string base_directory() {
-    if (const auto configured = lookup_env("XDG_CONFIG_HOME")) return std::string(*configured);
-    return std::string(lookup_env("HOME").value_or("")) + "/.config";
+JsonValue read_json_object(std::string_view path) {
+    const std::int64_t max_bytes = kApplicationJsonLimits.max_input_bytes;
+    JsonParseResult parsed = parse_json(read_whole_file(path, max_bytes), kApplicationJsonLimits);
+    if (!parsed.ok || !parsed.value.view().is_object()) return json_null();
+    return std::move(parsed.value);
 }
 
-}  // namespace
-
-std::string config_directory() { return base_directory() + "/quorvane/"; }
+std::string config_directory() {
+    if (const auto base = lookup_env("XDG_CONFIG_HOME")) return std::string(*base) + "/quorvane/";
+    return std::string(lookup_env("HOME").value_or("")) + "/.config/quorvane/";
+}
 
 std::string credential_path(const ServiceOrigin& origin) {
     return config_directory() + hex_lower(sha256(origin.text)) + ".json";
