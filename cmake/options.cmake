@@ -22,10 +22,20 @@ endif()
 
 # For every program that contains the http layer.
 add_library(quorvane_openssl INTERFACE)
+set(OPENSSL_USE_STATIC_LIBS ${QUORVANE_STATIC})
+find_package(OpenSSL 3 REQUIRED)  # Its headers are needed in any case.
 if(QUORVANE_LINK_OPENSSL)
-    set(OPENSSL_USE_STATIC_LIBS ${QUORVANE_STATIC})
-    find_package(OpenSSL 3 REQUIRED)
     target_link_libraries(quorvane_openssl INTERFACE OpenSSL::SSL)
+    if(QUORVANE_STATIC)
+        # What libcrypto.a itself was built to need differs: nothing more on Debian 12, z and zstd on 13.
+        find_package(PkgConfig REQUIRED)
+        pkg_check_modules(QUORVANE_OPENSSL REQUIRED libssl)
+        target_link_libraries(quorvane_openssl INTERFACE ${QUORVANE_OPENSSL_STATIC_LIBRARIES})
+        # http/static_openssl.cpp has what stands in for them.
+        foreach(function dlopen getaddrinfo freeaddrinfo gethostbyname)
+            target_link_options(quorvane_openssl INTERFACE -Wl,--wrap=${function})
+        endforeach()
+    endif()
 else()
     target_link_libraries(quorvane_openssl INTERFACE ${CMAKE_DL_LIBS})
 endif()

@@ -53,10 +53,13 @@ install(FILES packaging/completions/quorvane.fish
 install(DIRECTORY docs/guides DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md")
 install(FILES packaging/copyright CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
+include(packaging/libraries.cmake)
+
 # What is linked into the program comes with its conditions.
 if(QUORVANE_STATIC)
-    string(REGEX MATCH "^[0-9]+" compiler_major ${CMAKE_CXX_COMPILER_VERSION})
-    foreach(package libssl-dev libc6-dev libstdc++-${compiler_major}-dev)
+    foreach(library ${QUORVANE_LIBRARIES})
+        quorvane_owner(lib${library}.a package)
+        string(REGEX REPLACE ":.*" "" package "${package}")
         install(FILES /usr/share/doc/${package}/copyright RENAME ${package}.txt
             DESTINATION ${CMAKE_INSTALL_DOCDIR}/licenses)
     endforeach()

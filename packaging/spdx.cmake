@@ -2,16 +2,6 @@
 # digests, and the libraries in the program and under it, with the versions that it was built with.
 # The form is SPDX 2.3 (ISO/IEC 5962).
 
-# The version of a Debian package, which says more than the library's own; else `fallback`.
-function(quorvane_library_version package fallback result)
-    execute_process(COMMAND dpkg-query -W -f "\${Version}" ${package}
-        OUTPUT_VARIABLE version RESULT_VARIABLE status ERROR_QUIET)
-    if(status OR version STREQUAL "")
-        set(version ${fallback})
-    endif()
-    set(${result} ${version} PARENT_SCOPE)
-endfunction()
-
 set(QUORVANE_SPDX_PACKAGES "")
 set(QUORVANE_SPDX_RELATIONSHIPS "")
 function(quorvane_spdx_library name supplier version license relationship)
@@ -20,7 +10,7 @@ function(quorvane_spdx_library name supplier version license relationship)
       \"SPDXID\": \"SPDXRef-${name}\",
       \"name\": \"${name}\",
       \"versionInfo\": \"${version}\",
-      \"supplier\": \"Organization: ${supplier}\",
+      \"supplier\": \"${supplier}\",
       \"downloadLocation\": \"NOASSERTION\",
       \"filesAnalyzed\": false,
       \"licenseConcluded\": \"${license}\",
@@ -37,25 +27,21 @@ function(quorvane_spdx_library name supplier version license relationship)
     set(QUORVANE_SPDX_RELATIONSHIPS "${QUORVANE_SPDX_RELATIONSHIPS}" PARENT_SCOPE)
 endfunction()
 
-find_package(OpenSSL 3 REQUIRED)
-string(REGEX MATCH "^[0-9]+" compiler_major ${CMAKE_CXX_COMPILER_VERSION})
-quorvane_library_version(libstdc++-${compiler_major}-dev ${CMAKE_CXX_COMPILER_VERSION} gcc_version)
-quorvane_library_version(libc6-dev NOASSERTION libc_version)
-quorvane_library_version(libssl-dev ${OPENSSL_VERSION} openssl_version)
-set(system_link DYNAMIC_LINK)
-set(openssl_link DEPENDS_ON)
-if(QUORVANE_STATIC)
-    set(system_link STATIC_LINK)
-    set(openssl_link STATIC_LINK)
-elseif(QUORVANE_LINK_OPENSSL)
-    set(openssl_link DYNAMIC_LINK)
-endif()
-quorvane_spdx_library(libstdc++ "Free Software Foundation" ${gcc_version}
-    "GPL-3.0-or-later WITH GCC-exception-3.1" STATIC_LINK)
-quorvane_spdx_library(glibc "Free Software Foundation" ${libc_version} LGPL-2.1-or-later
-    ${system_link})
-quorvane_spdx_library(openssl "OpenSSL Software Foundation" ${openssl_version} Apache-2.0
-    ${openssl_link})
+foreach(library IN LISTS QUORVANE_LIBRARIES)
+    list(GET QUORVANE_LIBRARY_${library} 0 name)
+    list(GET QUORVANE_LIBRARY_${library} 1 supplier)
+    list(GET QUORVANE_LIBRARY_${library} 2 license)
+    set(relationship DYNAMIC_LINK)
+    set(suffix so)
+    if(QUORVANE_STATIC OR library STREQUAL "stdc++")
+        set(relationship STATIC_LINK)
+        set(suffix a)
+    elseif(library STREQUAL "ssl" AND NOT QUORVANE_LINK_OPENSSL)
+        set(relationship DEPENDS_ON)
+    endif()
+    quorvane_library_version(lib${library}.${suffix} version)
+    quorvane_spdx_library(${name} "${supplier}" ${version} "${license}" ${relationship})
+endforeach()
 
 set(QUORVANE_SPDX_CREATED "1970-01-01T00:00:00Z")
 if(NOT QUORVANE_EPOCH STREQUAL "")
