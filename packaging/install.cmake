@@ -45,11 +45,14 @@ foreach(page quorvane.1 quorvane-doctor.1)
         install(FILES docs/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
     endif()
 endforeach()
-install(FILES packaging/completions/quorvane.bash RENAME quorvane
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+# bash and fish look for a file of the command's name.
+foreach(command quorvane quorvane-doctor)
+    install(FILES packaging/completions/quorvane.bash RENAME ${command}
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+    install(FILES packaging/completions/${command}.fish
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+endforeach()
 install(FILES packaging/completions/_quorvane DESTINATION ${QUORVANE_ZSH_DIR})
-install(FILES packaging/completions/quorvane.fish
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 install(DIRECTORY docs/guides DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md")
 install(FILES packaging/copyright CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 

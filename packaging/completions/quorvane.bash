@@ -1,4 +1,4 @@
-# Completion of quorvane for bash, also without the bash-completion package.
+# Completion of quorvane and quorvane-doctor for bash, also without the bash-completion package.
 # shellcheck shell=bash
 
 # Prints the IDs of the signed-in account's projects, one a line: nothing when signed out, offline
@@ -32,6 +32,7 @@ _quorvane() {
     local words path=() base="" option="" value="" options_ended="" word index
     COMPREPLY=()
     _quorvane_words
+    [[ ${words[0]##*/} != quorvane-doctor ]] || path=(doctor)
 
     # What stands before the word at the cursor: commands, base URL, an option without its value.
     local last=$((${#words[@]} - 1))
@@ -80,7 +81,8 @@ _quorvane() {
                 config) candidates=(pull push export import) ;;
             esac
             if [[ -z $options_ended && ($current == -* || ${#candidates[@]} -eq 0) ]]; then
-                candidates=(--base-url --help --version -h -V)
+                candidates=(--base-url --help -h)
+                [[ ${path[*]} == doctor ]] || candidates+=(--version -V)
                 case "${path[*]}" in
                     login) candidates+=(--no-browser) ;;
                     "config pull" | "config push" | "config export" | "config import")
@@ -97,4 +99,4 @@ _quorvane() {
     done
 }
 
-complete -F _quorvane quorvane
+complete -F _quorvane quorvane quorvane-doctor
