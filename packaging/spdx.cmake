@@ -4,29 +4,6 @@
 
 set(QUORVANE_SPDX_PACKAGES "")
 set(QUORVANE_SPDX_RELATIONSHIPS "")
-function(quorvane_spdx_library name supplier version license relationship)
-    string(APPEND QUORVANE_SPDX_PACKAGES ",
-    {
-      \"SPDXID\": \"SPDXRef-${name}\",
-      \"name\": \"${name}\",
-      \"versionInfo\": \"${version}\",
-      \"supplier\": \"${supplier}\",
-      \"downloadLocation\": \"NOASSERTION\",
-      \"filesAnalyzed\": false,
-      \"licenseConcluded\": \"${license}\",
-      \"licenseDeclared\": \"${license}\",
-      \"copyrightText\": \"NOASSERTION\"
-    }")
-    string(APPEND QUORVANE_SPDX_RELATIONSHIPS ",
-    {
-      \"spdxElementId\": \"SPDXRef-quorvane\",
-      \"relationshipType\": \"${relationship}\",
-      \"relatedSpdxElement\": \"SPDXRef-${name}\"
-    }")
-    set(QUORVANE_SPDX_PACKAGES "${QUORVANE_SPDX_PACKAGES}" PARENT_SCOPE)
-    set(QUORVANE_SPDX_RELATIONSHIPS "${QUORVANE_SPDX_RELATIONSHIPS}" PARENT_SCOPE)
-endfunction()
-
 foreach(library IN LISTS QUORVANE_LIBRARIES)
     list(GET QUORVANE_LIBRARY_${library} 0 name)
     list(GET QUORVANE_LIBRARY_${library} 1 supplier)
@@ -40,7 +17,14 @@ foreach(library IN LISTS QUORVANE_LIBRARIES)
         set(relationship DEPENDS_ON)
     endif()
     quorvane_library_version(lib${library}.${suffix} version)
-    quorvane_spdx_library(${name} "${supplier}" ${version} "${license}" ${relationship})
+    string(APPEND QUORVANE_SPDX_PACKAGES ",
+    { \"SPDXID\": \"SPDXRef-${name}\", \"name\": \"${name}\", \"versionInfo\": \"${version}\",
+      \"supplier\": \"${supplier}\", \"downloadLocation\": \"NOASSERTION\",
+      \"filesAnalyzed\": false, \"licenseConcluded\": \"${license}\",
+      \"licenseDeclared\": \"${license}\", \"copyrightText\": \"NOASSERTION\" }")
+    string(APPEND QUORVANE_SPDX_RELATIONSHIPS ",
+    { \"spdxElementId\": \"SPDXRef-quorvane\", \"relationshipType\": \"${relationship}\",
+      \"relatedSpdxElement\": \"SPDXRef-${name}\" }")
 endforeach()
 
 set(QUORVANE_SPDX_CREATED "1970-01-01T00:00:00Z")

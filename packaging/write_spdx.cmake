@@ -20,23 +20,14 @@ foreach(path IN LISTS installed)
         set(copyright "NOASSERTION")
     endif()
     string(APPEND files "${separator}
-    {
-      \"SPDXID\": \"SPDXRef-File-${number}\",
-      \"fileName\": \"./${name}\",
-      \"checksums\": [
+    { \"SPDXID\": \"SPDXRef-File-${number}\", \"fileName\": \"./${name}\", \"checksums\": [
         { \"algorithm\": \"SHA1\", \"checksumValue\": \"${sha1}\" },
-        { \"algorithm\": \"SHA256\", \"checksumValue\": \"${sha256}\" }
-      ],
-      \"licenseConcluded\": ${license},
-      \"licenseInfoInFiles\": [${license}],
-      \"copyrightText\": \"${copyright}\"
-    }")
+        { \"algorithm\": \"SHA256\", \"checksumValue\": \"${sha256}\" } ],
+      \"licenseConcluded\": ${license}, \"licenseInfoInFiles\": [${license}],
+      \"copyrightText\": \"${copyright}\" }")
     string(APPEND contains ",
-    {
-      \"spdxElementId\": \"SPDXRef-quorvane\",
-      \"relationshipType\": \"CONTAINS\",
-      \"relatedSpdxElement\": \"SPDXRef-File-${number}\"
-    }")
+    { \"spdxElementId\": \"SPDXRef-quorvane\", \"relationshipType\": \"CONTAINS\",
+      \"relatedSpdxElement\": \"SPDXRef-File-${number}\" }")
     set(separator ",")
 endforeach()
 # SPDX 2.3, 7.9: the SHA-1 of all files' SHA-1s in ascending order, put together.
