@@ -29,7 +29,6 @@ def say(what: str) -> None:
 
 
 def build() -> None:
-    subprocess.run([ROOT / "scripts" / "setup", "build", "bench"], check=True)
     for words in (["cmake", "--preset", "release", "-B", str(BUILD), "-DQUORVANE_BENCH=ON"],
                   ["cmake", "--build", str(BUILD)]):
         done = subprocess.run(words, cwd=ROOT, check=False, text=True, stdout=subprocess.PIPE,
