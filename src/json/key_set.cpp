@@ -141,26 +141,15 @@ void KeySet::grow_table() {
             while (slots[at].key != 0) at = (at + 1) & (count - 1);
             slots[at] = slot;
         }
-        release_slots(slots_, slot_count_);
+        release(slots_);
     }
     slots_ = slots;
     slot_count_ = count;
 }
 
-// Large tables lie in pages, which come zeroed.
 KeySet::Slot* KeySet::make_slots(std::size_t count) {
     const std::size_t size = count * sizeof(Slot);
-    if (size >= kHugePageThreshold) return static_cast<Slot*>(allocate_pages(size));
     return static_cast<Slot*>(std::memset(allocate(size), 0, size));
-}
-
-void KeySet::release_slots(Slot* slots, std::size_t count) {
-    const std::size_t size = count * sizeof(Slot);
-    if (size >= kHugePageThreshold) {
-        release_pages(slots, size);
-    } else {
-        release(slots);
-    }
 }
 
 }  // namespace quorvane

@@ -26,9 +26,7 @@ class KeySet {
     explicit KeySet(const JsonNode* object) : object_(object) {}
     KeySet(const KeySet&) = delete;
     KeySet& operator=(const KeySet&) = delete;
-    ~KeySet() {
-        if (slots_ != nullptr) release_slots(slots_, slot_count_);
-    }
+    ~KeySet() { release(slots_); }
 
     /// Takes in the object's next key, a node behind the members before it.  False when the
     /// object has an equal key.
@@ -45,7 +43,6 @@ class KeySet {
     };
 
     static Slot* make_slots(std::size_t count);  // All empty.
-    static void release_slots(Slot* slots, std::size_t count);
 
     bool add_tag(const JsonNode* key);
     [[gnu::noinline]] bool follows_equal(const JsonNode* key) const;

@@ -317,26 +317,23 @@ inline Cursor parse_value(Parser& parser, Cursor cursor, std::size_t depth) {
 
 // `open` is where the container began, `cursor.at` its last byte.  Blanks go and escapes never grow
 // when it is written again, so that its source is at least as long.
-Cursor close_container(JsonNode* container, const char* open, NodeKind kind, std::size_t size,
-                       Cursor cursor) {
+Cursor close_container(JsonNode* container, NodeKind kind, std::size_t size, Cursor cursor) {
     const auto nodes = static_cast<std::size_t>(cursor.node - container);
-    const auto source_size = static_cast<std::size_t>(cursor.at + 1 - open);
-    *container = container_node(kind, size, nodes, source_size);
+    *container = container_node(kind, size, nodes);
     return {cursor.at + 1, cursor.node};
 }
 
 Cursor parse_array(Parser& parser, Cursor cursor, std::size_t depth) {
-    const char* const open = cursor.at;
     JsonNode* const array = cursor.node++;
     std::size_t size = 0;
     cursor.at = skip_blanks(cursor.at + 1);
-    if (*cursor.at == ']') return close_container(array, open, NodeKind::kArray, 0, cursor);
+    if (*cursor.at == ']') return close_container(array, NodeKind::kArray, 0, cursor);
     for (;;) {
         cursor = parse_value(parser, cursor, depth + 1);
         if (cursor.at == nullptr) return cursor;
         ++size;
         cursor.at = skip_blanks(cursor.at);
-        if (*cursor.at == ']') return close_container(array, open, NodeKind::kArray, size, cursor);
+        if (*cursor.at == ']') return close_container(array, NodeKind::kArray, size, cursor);
         if (*cursor.at != ',') return fail_or_end(parser, cursor.at, kNoArrayComma, kOpenArray);
         cursor.at = skip_blanks(cursor.at + 1);
         if (*cursor.at == ']') return fail(parser, cursor.at, kArrayTrailingComma);
@@ -344,12 +341,11 @@ Cursor parse_array(Parser& parser, Cursor cursor, std::size_t depth) {
 }
 
 Cursor parse_object(Parser& parser, Cursor cursor, std::size_t depth) {
-    const char* const open = cursor.at;
     JsonNode* const object = cursor.node++;
     KeySet keys(object);
     std::size_t size = 0;
     cursor.at = skip_blanks(cursor.at + 1);
-    if (*cursor.at == '}') return close_container(object, open, NodeKind::kObject, 0, cursor);
+    if (*cursor.at == '}') return close_container(object, NodeKind::kObject, 0, cursor);
     for (;;) {
         if (*cursor.at != '"') return fail_or_end(parser, cursor.at, kNoKey, kOpenObject);
         const JsonNode* const key = cursor.node;
@@ -366,8 +362,7 @@ Cursor parse_object(Parser& parser, Cursor cursor, std::size_t depth) {
         if (cursor.at == nullptr) return cursor;
         ++size;
         cursor.at = skip_blanks(cursor.at);
-        if (*cursor.at == '}')
-            return close_container(object, open, NodeKind::kObject, size, cursor);
+        if (*cursor.at == '}') return close_container(object, NodeKind::kObject, size, cursor);
         if (*cursor.at != ',') return fail_or_end(parser, cursor.at, kNoObjectComma, kOpenObject);
         cursor.at = skip_blanks(cursor.at + 1);
         if (*cursor.at == '}') return fail(parser, cursor.at, kObjectTrailingComma);
@@ -421,10 +416,6 @@ std::size_t node_bound(std::size_t input_size, const JsonLimits& limits) {
     return std::min(by_size, 2 * static_cast<std::size_t>(limits.max_nodes) + 2);
 }
 
-StorageUse use_for(std::size_t input_size) {
-    return input_size >= kHugePageThreshold ? StorageUse::kLarge : StorageUse::kSmall;
-}
-
 // Parses `input`, which is padded with zero bytes and outlives `storage`, into `storage`.
 JsonParseResult parse_padded(JsonStorage* storage, char* texts, std::string_view input,
                              const JsonLimits& limits) {
@@ -459,8 +450,8 @@ JsonParseResult parse_json(std::string_view input, const JsonLimits& limits) {
 
     // The texts' room holds the copy, its padding, and what will be decoded.
     const std::size_t copy_size = input.size() + kTextPadding;
-    JsonStorage* const storage = make_storage(node_bound(input.size(), limits),
-                                              copy_size + input.size(), use_for(input.size()));
+    JsonStorage* const storage =
+        make_storage(node_bound(input.size(), limits), copy_size + input.size());
     char* const copy = storage->texts;
     if (!input.empty()) std::memcpy(copy, input.data(), input.size());
     std::memset(copy + input.size(), 0, kTextPadding);
@@ -473,8 +464,7 @@ JsonParseResult parse_json(ByteBuffer input, const JsonLimits& limits) {
 
     std::memset(input.spare(kTextPadding), 0, kTextPadding);
     const std::string_view padded = input.view();
-    JsonStorage* const storage =
-        make_storage(node_bound(padded.size(), limits), padded.size(), use_for(padded.size()));
+    JsonStorage* const storage = make_storage(node_bound(padded.size(), limits), padded.size());
     storage->input = std::move(input);
     return parse_padded(storage, storage->texts, padded, limits);
 }

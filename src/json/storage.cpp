@@ -10,28 +10,18 @@ namespace {
 constexpr std::size_t kHeaderSize = (sizeof(JsonStorage) + 15) / 16 * 16;
 
 void release_storage(JsonStorage* storage) {
-    const std::size_t block_size = storage->block_size;
-    const bool in_pages = storage->in_pages;
     storage->~JsonStorage();
-    if (in_pages) {
-        release_pages(storage, block_size);
-    } else {
-        release(storage);
-    }
+    release(storage);
 }
 
 }  // namespace
 
-JsonStorage* make_storage(std::size_t node_count, std::size_t text_bytes, StorageUse use) {
+JsonStorage* make_storage(std::size_t node_count, std::size_t text_bytes) {
     const std::size_t texts_at = kHeaderSize + node_count * sizeof(JsonNode);
-    const std::size_t block_size = texts_at + text_bytes + kTextPadding;
-    const bool in_pages = use == StorageUse::kLarge;
-    void* const block = in_pages ? allocate_pages(block_size) : allocate(block_size);
+    void* const block = allocate(texts_at + text_bytes + kTextPadding);
     char* const bytes = static_cast<char*>(block);
     auto* const storage = new (block) JsonStorage{
         .next = nullptr,
-        .block_size = block_size,
-        .in_pages = in_pages,
         .input = {},
         .nodes = reinterpret_cast<JsonNode*>(bytes + kHeaderSize),
         .texts = bytes + texts_at,

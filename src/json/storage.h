@@ -29,11 +29,6 @@ enum class NodeKind : std::uint8_t {
     kLink = 6,  ///< Stands for the node it points to, which is a container and never a link.
 };
 
-struct ContainerSpan {
-    std::uint32_t nodes;      ///< How many it covers, its own included.
-    std::uint32_t text_size;  ///< What its compact text will take, hardly ever more than this.
-};
-
 struct JsonNode {
     NodeKind kind = NodeKind::kNull;
     bool flag = false;  ///< String: nothing to escape.  Number: an integer.  Boolean: its value.
@@ -41,7 +36,7 @@ struct JsonNode {
     union {
         const char* text = nullptr;  ///< String, number.
         const JsonNode* target;      ///< Link.
-        ContainerSpan span;          ///< Array, object.
+        std::size_t nodes;           ///< Array, object: how many it covers, its own included.
     };
 };
 static_assert(sizeof(JsonNode) == 16);
@@ -52,10 +47,9 @@ inline JsonNode text_node(NodeKind kind, bool flag, std::string_view text) {
     return node;
 }
 
-inline JsonNode container_node(NodeKind kind, std::size_t size, std::size_t nodes,
-                               std::size_t text_size) {
+inline JsonNode container_node(NodeKind kind, std::size_t size, std::size_t nodes) {
     JsonNode node{kind, false, static_cast<std::uint32_t>(size), {}};
-    node.span = {static_cast<std::uint32_t>(nodes), static_cast<std::uint32_t>(text_size)};
+    node.nodes = nodes;
     return node;
 }
 
@@ -64,48 +58,25 @@ inline bool is_container(const JsonNode& node) {
 }
 inline std::string_view node_text(const JsonNode& node) { return {node.text, node.size}; }
 
-/// Writers reserve so much: exact where nothing is escaped, generous elsewhere.
-inline std::size_t expected_text_size(const JsonNode& node) {
-    switch (node.kind) {
-        case NodeKind::kString:
-            return node.flag ? node.size + 2 : 2 * node.size + 2;
-        case NodeKind::kNumber:
-            return node.size;
-        case NodeKind::kArray:
-        case NodeKind::kObject:
-            return node.span.text_size;
-        case NodeKind::kLink:
-            return node.target->span.text_size;
-        default:
-            return 5;
-    }
-}
-
 /// The node itself, or what its link stands for.
 inline const JsonNode* resolve(const JsonNode* node) {
     return node->kind == NodeKind::kLink ? node->target : node;
 }
 /// The node behind the whole value at `node`.
 inline const JsonNode* step_over(const JsonNode* node) {
-    return node + (is_container(*node) ? node->span.nodes : 1);
+    return node + (is_container(*node) ? node->nodes : 1);
 }
 
 /// One block of memory: this record, its nodes, its texts.
 struct JsonStorage {
     JsonStorage* next;  ///< The ring; its own address when it stands alone.
-    std::size_t block_size;
-    bool in_pages;     ///< From `allocate_pages`, else from `allocate`.
-    ByteBuffer input;  ///< An adopted input that texts are slices of, or empty.
-    JsonNode* nodes;   ///< Room for as many as were asked for; not filled.
-    char* texts;       ///< Room for as many bytes as were asked for, and the padding.
+    ByteBuffer input;   ///< An adopted input that texts are slices of, or empty.
+    JsonNode* nodes;    ///< Room for as many as were asked for; not filled.
+    char* texts;        ///< Room for as many bytes as were asked for, and the padding.
 };
 
-/// What the block of a storage is made of: whole pages pay where much of it will be touched.
-enum class StorageUse : std::uint8_t { kSmall, kLarge };
-
 /// A storage that stands alone.  Its rooms are uninitialised and cost nothing until touched.
-[[nodiscard]] JsonStorage* make_storage(std::size_t node_count, std::size_t text_bytes,
-                                        StorageUse use);
+[[nodiscard]] JsonStorage* make_storage(std::size_t node_count, std::size_t text_bytes);
 
 /// Gives back every storage of the ring.
 void release_ring(JsonStorage* storage);

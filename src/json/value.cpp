@@ -16,15 +16,6 @@ constexpr JsonNode kNullNode{};
 constexpr JsonNode kTrueNode{NodeKind::kBoolean, true, 0, {}};
 constexpr JsonNode kFalseNode{NodeKind::kBoolean, false, 0, {}};
 
-// From here on the pages of a block are worth asking for: it is filled to the last byte.
-constexpr std::size_t kLargeBlock = std::size_t{1} << 20;
-
-// A storage of which every byte will be used.
-JsonStorage* make_exact_storage(std::size_t node_count, std::size_t text_bytes) {
-    const bool large = node_count * sizeof(JsonNode) + text_bytes >= kLargeBlock;
-    return make_storage(node_count, text_bytes, large ? StorageUse::kLarge : StorageUse::kSmall);
-}
-
 const JsonNode* node_of_kind(JsonView view, NodeKind kind) {
     const JsonNode* const node = JsonAccess::node(view);
     return node != nullptr && node->kind == kind ? node : nullptr;
@@ -78,18 +69,13 @@ struct Builder {
                 add_copy(part);
                 part = step_over(part);
             }
-            copy->span.nodes = static_cast<std::uint32_t>(node - copy);
+            copy->nodes = static_cast<std::size_t>(node - copy);
         }
     }
 
     // Makes `root` the container of the nodes behind it, which hold no containers but by links.
     void finish(JsonNode* root, NodeKind kind, std::size_t size) const {
-        std::size_t text_size = 2;
-        for (const JsonNode* part = root + 1; part != node; ++part) {
-            text_size += expected_text_size(*part) + 1;
-        }
-        text_size = std::min<std::size_t>(text_size, std::numeric_limits<std::uint32_t>::max());
-        *root = container_node(kind, size, static_cast<std::size_t>(node - root), text_size);
+        *root = container_node(kind, size, static_cast<std::size_t>(node - root));
     }
 
     JsonStorage* storage;
@@ -108,7 +94,7 @@ TreeSize tree_size(const JsonNode* value) {
     if (value->kind == NodeKind::kString || value->kind == NodeKind::kNumber) {
         total.text_bytes = value->size;
     } else if (is_container(*value)) {
-        const JsonNode* const end = value + value->span.nodes;
+        const JsonNode* const end = value + value->nodes;
         for (const JsonNode* part = value + 1; part != end; part = step_over(part)) {
             const TreeSize size = tree_size(part);
             total.nodes += size.nodes;
@@ -125,7 +111,7 @@ JsonValue make_container(NodeKind kind, const std::vector<std::string_view>& key
     for (const std::string_view key : keys) key_bytes += key.size();
 
     const std::size_t node_count = 1 + keys.size() + values.size();
-    Builder builder(make_exact_storage(node_count, key_bytes));
+    Builder builder(make_storage(node_count, key_bytes));
     JsonStorage* ring = builder.storage;
     JsonNode* const root = builder.node++;
     for (std::size_t i = 0; i < values.size(); ++i) {
@@ -138,7 +124,7 @@ JsonValue make_container(NodeKind kind, const std::vector<std::string_view>& key
 }
 
 JsonValue make_text_value(NodeKind kind, bool flag, std::string_view text) {
-    Builder builder(make_exact_storage(1, text.size()));
+    Builder builder(make_storage(1, text.size()));
     if (kind == NodeKind::kString) {
         builder.add_string(text);
     } else {
@@ -256,7 +242,7 @@ JsonValue json_copy(JsonView value) {
     const JsonNode* const root = JsonAccess::node(value);
     if (root == nullptr) return {};
     const TreeSize size = tree_size(root);
-    Builder builder(make_exact_storage(size.nodes, size.text_bytes));
+    Builder builder(make_storage(size.nodes, size.text_bytes));
     builder.add_copy(root);
     return JsonAccess::value(builder.storage, builder.storage->nodes);
 }
@@ -288,7 +274,7 @@ JsonValue json_take_member(JsonValue object, std::string_view key) {
 
 JsonValue json_without_members(JsonValue object, std::span<const std::string_view> keys) {
     const JsonView view = object;
-    Builder builder(make_exact_storage(1 + 2 * (view.is_object() ? view.size() : 0), 0));
+    Builder builder(make_storage(1 + 2 * (view.is_object() ? view.size() : 0), 0));
     JsonNode* const root = builder.node++;
     std::size_t kept = 0;
     const JsonNode* key = JsonAccess::node(view) + 1;

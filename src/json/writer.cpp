@@ -13,12 +13,14 @@ namespace {
 // whole blocks writes too much.
 constexpr std::size_t kSlack = 64;
 
+// What is reserved for each node: enough for most texts, and memory that stays untouched costs
+// nothing.
+constexpr std::size_t kBytesPerNode = 32;
+
 // The room behind the buffer's last byte.  The functions below hand the place of the next byte
 // from one to the next instead of keeping it in memory.
 struct Writer {
-    Writer(ByteBuffer& target, std::size_t expected_size) : out(target) {
-        open(expected_size + kSlack);
-    }
+    explicit Writer(ByteBuffer& target) : out(target) { open(kSlack); }
 
     // At least `size` bytes at the place returned, which is `at` or its successor after a move.
     char* room(char* at, std::size_t size) {
@@ -144,7 +146,7 @@ char* put_value(Writer& writer, char* at, const JsonNode& node, std::size_t dept
 template <bool kIndented>
 char* put_container(Writer& writer, char* at, const JsonNode& container, std::size_t depth) {
     const bool is_object = container.kind == NodeKind::kObject;
-    at = writer.room(at, kSlack);
+    at = writer.room(at, kBytesPerNode * container.nodes + kSlack);
     *at++ = is_object ? '{' : '[';
     const JsonNode* part = &container + 1;
     for (std::size_t left = container.size; left > 0; --left) {
@@ -168,7 +170,7 @@ char* put_container(Writer& writer, char* at, const JsonNode& container, std::si
 template <bool kIndented>
 void append_tree(JsonView value, ByteBuffer& out) {
     const JsonNode* const node = JsonAccess::node(value);
-    Writer writer(out, node == nullptr ? 0 : expected_text_size(*node));
+    Writer writer(out);
     char* at = writer.start;
     at = node == nullptr ? put_word(at, "null") : put_value<kIndented>(writer, at, *node, 0);
     writer.close(at);

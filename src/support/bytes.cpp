@@ -5,25 +5,26 @@
 namespace quorvane {
 
 void ByteBuffer::grow(std::size_t size) {
-    // Parsers that adopt a buffer want a few readable bytes behind the last one.
-    constexpr std::size_t kTail = 64;
-    // Said here, before the sum could wrap, and also where nothing is counted.
-    if (size > kMemoryCeilingBytes - end_) fail_memory_limit();
-    const std::size_t wanted = end_ + size + kTail;
-    const std::size_t capacity = std::max(wanted, capacity_ + capacity_ / 2);
-    if (capacity < kHugePageThreshold) {
-        capacity_ = capacity;
-        block_ = static_cast<char*>(reallocate(block_, capacity));
-    } else if (capacity_ >= kHugePageThreshold) {
-        block_ = static_cast<char*>(resize_pages(block_, capacity_, capacity));
-        capacity_ = page_block_size(capacity);
-    } else {
-        char* const pages = static_cast<char*>(allocate_pages(capacity));
-        if (block_ != nullptr) std::memcpy(pages + begin_, block_ + begin_, end_ - begin_);
-        quorvane::release(block_);
-        block_ = pages;
-        capacity_ = page_block_size(capacity);
+    // Parsers that adopt a buffer want a few readable bytes after the last one.
+    constexpr std::size_t kPaddingBytes = 64;
+    // A buffer that keeps growing is copied a few times while it is small.  Then it reserves more
+    // than any input takes: memory that stays untouched costs nothing.
+    constexpr std::size_t kLargeBytes = std::size_t{512} << 10;
+    constexpr std::size_t kReservedBytes = std::size_t{16} << 20;
+
+    if (size > kMemoryCeilingBytes - block_.end) fail_memory_limit();  // Before the sum could wrap.
+    const std::size_t wanted = block_.end + size + kPaddingBytes;
+    std::size_t capacity = std::max(wanted, 2 * block_.capacity);
+    if (block_.capacity > 0 && std::max(wanted, 4 * block_.capacity) >= kLargeBytes) {
+        capacity = std::max(capacity, kReservedBytes);
     }
+    auto* const bytes = static_cast<char*>(allocate(capacity));
+    if (block_.bytes != nullptr) {
+        std::memcpy(bytes + block_.begin, block_.bytes + block_.begin, this->size());
+    }
+    release(block_.bytes);
+    block_.bytes = bytes;
+    block_.capacity = capacity;
 }
 
 }  // namespace quorvane

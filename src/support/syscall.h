@@ -9,7 +9,6 @@
 #include <sys/types.h>
 #include <unistd.h>
 
-#include <bit>
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
@@ -170,27 +169,11 @@ inline long sigprocmask(int how, SignalMask mask, SignalMask* previous) {
     return detail::call(SYS_rt_sigprocmask, how, &mask, previous, sizeof mask);
 }
 
-// Memory.
+// Memory, randomness and time.
 
-/// Puts the address of zeroed pages, backed by no file, into `*pages`; the answer is 0.
-[[nodiscard]] inline long mmap(void** pages, std::size_t size, int protection, int flags) {
-    const long result =
-        detail::call(SYS_mmap, nullptr, size, protection, flags | MAP_ANONYMOUS, -1, 0);
-    if (result < 0) return result;  // Addresses of this half of memory are positive.
-    *pages = std::bit_cast<void*>(result);
-    return 0;
-}
-/// The answer is the new address; `target` counts under MREMAP_FIXED.
-[[nodiscard]] inline long mremap(void* pages, std::size_t old_size, std::size_t size, int flags,
-                                 void* target = nullptr) {
-    return detail::call(SYS_mremap, pages, old_size, size, flags, target);
-}
-inline long munmap(void* pages, std::size_t size) { return detail::call(SYS_munmap, pages, size); }
 inline long madvise(void* pages, std::size_t size, int advice) {
     return detail::call(SYS_madvise, pages, size, advice);
 }
-
-// Randomness and time.
 
 /// May return fewer bytes than asked for.
 [[nodiscard]] inline long getrandom(void* bytes, std::size_t size) {

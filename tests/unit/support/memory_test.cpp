@@ -3,49 +3,48 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
-#include <cstring>
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <string>
+
+#include "support/bytes.h"
 
 namespace quorvane {
 namespace {
 
-// Sizes on both sides of where blocks come from another place: the few kilobytes of the start,
-// the heap, its large blocks.
-constexpr std::array<std::size_t, 6> kSizes = {1, 40, 600, 3'500, 200'000, 2'000'000};
-
-// Whether a growing block keeps its bytes and its neighbour's, and all is given back.
-bool grow_a_block() {
-    bool sound = true;
+#ifndef __SANITIZE_ADDRESS__  // That brings operators of its own.
+TEST(Memory, CountsEveryFormOfNew) {
+    struct alignas(64) Aligned {
+        char bytes[1000];
+    };
     const std::size_t before = memory_in_use();
-    auto* block = static_cast<char*>(reallocate(nullptr, kSizes.front()));
-    auto* neighbour = static_cast<char*>(allocate(16));
-    std::memset(neighbour, 'n', 16);
-    std::size_t held = kSizes.front();
-    std::memset(block, 'b', held);
-    for (const std::size_t size : kSizes) {
-        block = static_cast<char*>(reallocate(block, size));
-        sound &= std::count(block, block + held, 'b') == static_cast<std::ptrdiff_t>(held);
-        std::memset(block, 'b', size);
-        sound &= std::count(neighbour, neighbour + 16, 'n') == 16;
-        held = size;
+    {
+        const std::unique_ptr<char[]> array(new char[1000]);
+        const std::unique_ptr<char[]> nothrow(new (std::nothrow) char[1000]);
+        const std::unique_ptr<Aligned> aligned(new Aligned);
+        // Lest the compiler leaves the blocks out.
+        asm volatile("" : : "r"(array.get()), "r"(nothrow.get()), "r"(aligned.get()) : "memory");
+        EXPECT_GE(memory_in_use() - before, 3000U);
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(aligned.get()) % 64, 0U);
     }
-    release(block);
-    release(neighbour);
-    // Empty blocks are blocks, and fill the room of the start to its last byte.
-    for (int i = 0; i < 1000; ++i) release(allocate(0));
-    // What came from the room of the start stays counted, and that is less than 4 KiB.
-    return sound && memory_in_use() - before < 4096;
+    EXPECT_EQ(memory_in_use(), before);
 }
+#endif
 
-// Run before everything else, while the room of the start is still empty.
-struct Start {
-    bool sound = grow_a_block();
-};
-__attribute__((init_priority(101))) const Start start;
-
-TEST(Memory, GrowingBlocksKeepTheirBytes) {
-    EXPECT_TRUE(start.sound);
-    EXPECT_TRUE(grow_a_block());
+TEST(ByteBuffer, KeepsItsBytesWhileItGrows) {
+    const std::size_t before = memory_in_use();
+    {
+        ByteBuffer buffer;
+        const std::string piece(10'007, 'b');
+        for (int i = 0; i < 2'000; ++i) buffer.append(piece);
+        buffer.drop_front(7);
+        const ByteBuffer moved = std::move(buffer);
+        EXPECT_EQ(std::count(moved.view().begin(), moved.view().end(), 'b'), 2'000 * 10'007 - 7);
+        EXPECT_LT(memory_in_use() - before, 40U << 20);
+    }
+    EXPECT_EQ(memory_in_use(), before);
+    release(allocate(0));
 }
 
 }  // namespace
