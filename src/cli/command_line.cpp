@@ -118,8 +118,8 @@ ParseResult finish(Walk& walk) {
         store_value(result, {option->key, option->default_value, false});
     }
     if (!positional_count_fits(walk.command.arguments, result.positionals.size())) {
-        std::string help = render_help(walk.program, result.command_path);
-        return answer(walk, ParseKind::kError, "invalid arguments\n" + help);
+        std::string error = "invalid arguments\n" + render_help(walk.program, result.command_path);
+        return answer(walk, ParseKind::kError, std::move(error));
     }
     return answer(walk, ParseKind::kCommand, {});
 }

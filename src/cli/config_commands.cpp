@@ -9,7 +9,7 @@
 #include "session/api_client.h"
 #include "session/state_files.h"
 #include "support/output.h"
-#include "support/signal_hold.h"
+#include "support/process.h"
 
 namespace quorvane {
 namespace {

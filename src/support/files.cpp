@@ -1,9 +1,7 @@
 #include "support/files.h"
 
-#include <optional>
-
 #include "support/fd.h"
-#include "support/signal_hold.h"
+#include "support/process.h"
 #include "support/text.h"
 
 namespace quorvane {

@@ -2,8 +2,6 @@
 
 #include <cstddef>
 
-#include "support/syscall.h"
-
 namespace quorvane {
 namespace {
 

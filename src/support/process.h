@@ -4,7 +4,9 @@
 #include <span>
 #include <string_view>
 
-/// The process itself: its arguments and environment, kept once at start, and its streams.
+#include "support/syscall.h"
+
+/// The process itself: its arguments and environment, kept once at start, its streams and signals.
 namespace quorvane {
 
 /// Keeps the argument count and vector, and the environment vector, which begins just past the
@@ -26,5 +28,28 @@ void set_process_vectors(int count, char** arguments);
 /// SIGPIPE and SIGXFSZ are ignored, so that a peer or reader that went away and a file size limit
 /// come back as errors of the system call.
 void secure_standard_streams();
+
+/// Holds back the signals by which people and systems end a program (SIGINT, SIGTERM, SIGHUP and
+/// SIGQUIT) while it exists.  One that arrives meanwhile has its usual effect when the outermost
+/// hold ends.  It is for steps that must not be left half done: nothing that waits for a person or
+/// for the network runs under it, and no child is started under it.  Where the kernel refuses, the
+/// signals are not held.
+class SignalHold {
+  public:
+    SignalHold() : held_(kernel::sigprocmask(SIG_BLOCK, kEndingSignals, &previous_) >= 0) {}
+    SignalHold(const SignalHold&) = delete;
+    SignalHold& operator=(const SignalHold&) = delete;
+    ~SignalHold() {
+        if (held_) kernel::sigprocmask(SIG_SETMASK, previous_, nullptr);
+    }
+
+  private:
+    static constexpr kernel::SignalMask kEndingSignals =
+        kernel::signal_bit(SIGINT) | kernel::signal_bit(SIGTERM) | kernel::signal_bit(SIGHUP) |
+        kernel::signal_bit(SIGQUIT);
+
+    kernel::SignalMask previous_ = 0;
+    bool held_;
+};
 
 }  // namespace quorvane
