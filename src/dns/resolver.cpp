@@ -3,9 +3,7 @@
 #include <netinet/in.h>
 
 #include <cerrno>
-#include <iterator>
 #include <optional>
-#include <utility>
 
 #include "dns/name_server.h"
 #include "net/address.h"
@@ -21,18 +19,17 @@ namespace {
 constexpr std::int32_t kDnsPort = 53;
 constexpr std::size_t kMaxDatagramBytes = 4096;
 
-/// `error` is negated, as the kernel gives it.
-DnsAnswer query_failed(long error) {
-    DnsAnswer answer;
-    answer.error = static_cast<int>(-error);
-    return answer;
-}
+/// One query.
+struct DnsQuestion {
+    std::string_view host;
+    std::uint16_t type = kDnsTypeA;
+    std::uint16_t identifier = 0;
+    std::int64_t timeout_ms = kDefaultDnsTimeoutMs;
+    std::string_view name_server;  ///< An IPv4 literal.
+};
 
-DnsAnswer query_timed_out() {
-    DnsAnswer answer;
-    answer.timed_out = true;
-    return answer;
-}
+/// `error` is negated, as the kernel gives it.
+DnsAnswer query_failed(long error) { return {.error = static_cast<int>(-error)}; }
 
 std::optional<std::uint16_t> random_identifier() {
     const std::optional<std::string> bytes = secure_random_bytes(2);
@@ -47,79 +44,72 @@ bool is_loopback(const sockaddr_in& endpoint) {
     return ntohl(endpoint.sin_addr.s_addr) >> 24 == 127;
 }
 
-/// A server that listens on every address of this machine answers from 127.0.0.1 whatever loopback
-/// address it was asked at, so all of them are one server.
+/// A server that listens on every address of this machine answers from 127.0.0.1, whichever
+/// loopback address it was asked at, so all of them are one server.
 bool is_from(const sockaddr_in& sender, const sockaddr_in& server) {
     if (sender.sin_family != server.sin_family || sender.sin_port != server.sin_port) return false;
     return sender.sin_addr.s_addr == server.sin_addr.s_addr ||
            (is_loopback(sender) && is_loopback(server));
 }
 
-DnsAnswer receive_answer(int fd, const sockaddr_in& server, std::uint16_t identifier,
-                         std::int64_t timeout_ms) {
-    const std::int64_t deadline = monotonic_ms() + timeout_ms;
+DnsAnswer receive_answer(int fd, const SocketAddress& server, const DnsQuestion& question) {
+    const std::int64_t deadline = monotonic_ms() + question.timeout_ms;
     for (;;) {
         const std::int64_t left = deadline - monotonic_ms();
-        if (left < 0) return query_timed_out();
-        const long ready = wait_ready(fd, POLLIN, left);
+        const long ready = left < 0 ? 0 : wait_ready(fd, POLLIN, left);
         if (ready < 0) return query_failed(ready);
-        if (ready == 0) return query_timed_out();
+        if (ready == 0) return {.timed_out = true};
 
         char datagram[kMaxDatagramBytes];
-        sockaddr_in sender = {};
-        socklen_t sender_size = sizeof sender;
+        SocketAddress sender;
         const long count =
-            kernel::recvfrom(fd, datagram, sizeof datagram, MSG_DONTWAIT, &sender, &sender_size);
-        // recvfrom(2): what made the socket readable may turn out to be damaged and be dropped.
+            kernel::recvfrom(fd, datagram, sizeof datagram, MSG_DONTWAIT, &sender, &sender.size);
+        // recvfrom(2): the datagram that made the socket readable may be damaged and dropped.
         if (count == -EAGAIN) continue;
         if (count < 0) return query_failed(count);
-        if (!is_from(sender, server)) continue;
-        return parse_dns_response({datagram, static_cast<std::size_t>(count)}, identifier);
+        if (!is_from(sender.ipv4, server.ipv4)) continue;
+        const std::string_view received(datagram, static_cast<std::size_t>(count));
+        return parse_dns_response(received, question.identifier);
     }
 }
 
-/// One query to come.
-struct DnsQuestion {
-    std::string_view host;
-    std::uint16_t type = kDnsTypeA;
-    std::int64_t timeout_ms = kDefaultDnsTimeoutMs;
-    std::string_view name_server;  ///< An IPv4 literal.
-};
-
-/// To 0.0.0.0 the kernel sends what is meant for this machine; the answer comes from 127.0.0.1.
+/// The kernel delivers what is sent to 0.0.0.0 to this machine, and the answer comes from
+/// 127.0.0.1.
 std::optional<Ipv4Address> server_address(std::string_view text) {
     const std::optional<Ipv4Address> address = parse_ipv4(text);
     if (address && address->bytes == Ipv4Address().bytes) return parse_ipv4("127.0.0.1");
     return address;
 }
 
-DnsAnswer ask_name_server(const DnsQuestion& question) {
+DnsAnswer ask_name_server(DnsQuestion question) {
     const std::optional<Ipv4Address> address = server_address(question.name_server);
-    const std::int64_t timeout_ms = question.timeout_ms;
-    if (!address || timeout_ms < 0 || timeout_ms > kMaxReadyWaitMs) return query_failed(-EINVAL);
-    if (!encode_dns_name(question.host)) return query_failed(-EINVAL);
+    if (!address || question.timeout_ms < 0 || question.timeout_ms > kMaxReadyWaitMs ||
+        !encode_dns_name(question.host)) {
+        return query_failed(-EINVAL);
+    }
     const std::optional<std::uint16_t> identifier = random_identifier();
     if (!identifier) return query_failed(-EIO);
+    question.identifier = *identifier;
     const std::optional<std::string> query =
-        build_dns_query(question.host, *identifier, question.type);
+        build_dns_query(question.host, question.identifier, question.type);
     if (!query) return query_failed(-EINVAL);
 
     const long opened = kernel::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (opened < 0) return query_failed(opened);
     const FdHandle fd(opened);
-    const sockaddr_in server = make_socket_address(*address, kDnsPort);
-    const sockaddr_in local = make_socket_address(Ipv4Address(), 0);
+    const SocketAddress server = make_socket_address(*address, kDnsPort);
+    const SocketAddress local = make_socket_address(Ipv4Address(), 0);
     // ip(7): this reports at once that nothing listens there; without it, or where it is refused,
     // that takes the time limit.
     const int on = 1;
     static_cast<void>(kernel::setsockopt(fd.get(), IPPROTO_IP, IP_RECVERR, &on, sizeof on));
-    long status = kernel::bind(fd.get(), &local, sizeof local);
+    long status = kernel::bind(fd.get(), &local, local.size);
     if (status >= 0) {
         status = kernel::sendto(fd.get(), query->data(), query->size(), MSG_NOSIGNAL, &server,
-                                sizeof server);
+                                server.size);
     }
     if (status < 0) return query_failed(status);
-    return receive_answer(fd.get(), server, *identifier, timeout_ms);
+    return receive_answer(fd.get(), server, question);
 }
 
 }  // namespace
@@ -127,15 +117,17 @@ DnsAnswer ask_name_server(const DnsQuestion& question) {
 ResolveResult resolve_host(std::string_view host, std::int64_t timeout_ms,
                            std::string_view name_server) {
     const std::string server = name_server.empty() ? read_name_server() : std::string(name_server);
-    DnsAnswer ipv6 = ask_name_server({host, kDnsTypeAaaa, timeout_ms, server});
-    DnsAnswer ipv4 = ask_name_server({host, kDnsTypeA, timeout_ms, server});
+    DnsQuestion question = {host, kDnsTypeAaaa, 0, timeout_ms, server};
+    const DnsAnswer ipv6 = ask_name_server(question);
+    question.type = kDnsTypeA;
+    const DnsAnswer ipv4 = ask_name_server(question);
 
-    ResolveResult result;
-    result.addresses = std::move(ipv6.addresses);
-    std::move(ipv4.addresses.begin(), ipv4.addresses.end(), std::back_inserter(result.addresses));
+    ResolveResult result = ipv6;
+    result.addresses.insert(result.addresses.end(), ipv4.addresses.begin(), ipv4.addresses.end());
     result.ok = ipv6.ok || ipv4.ok;
     result.timed_out = ipv6.timed_out && ipv4.timed_out;
-    if (!result.ok) result.error = ipv4.error != 0 ? ipv4.error : ipv6.error;
+    if (ipv4.error != 0) result.error = ipv4.error;
+    if (result.ok) result.error = 0;
     return result;
 }
 

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "dns/connect_host.h"
+#include "net/address.h"
 
 #ifndef QUORVANE_LINK_OPENSSL
 #include <dlfcn.h>
@@ -84,7 +85,7 @@ bool load_openssl() {
 
 bool settings_in_range(const TlsSettings& settings) {
     return settings.timeout_ms >= 1 && settings.timeout_ms <= kMaxReadyWaitMs &&
-           settings.port >= 1 && settings.port <= 65535 && !settings.host.empty();
+           settings.port >= 1 && settings.port <= kMaxPort && !settings.host.empty();
 }
 
 ConnectResult connect_tcp(const TlsSettings& settings) {
@@ -93,8 +94,7 @@ ConnectResult connect_tcp(const TlsSettings& settings) {
                             ? connect_ipv6("::1", settings.port, timeout_ms)
                             : connect_host(settings.host, settings.port, timeout_ms);
     // OpenSSL waits inside the socket calls, so the socket itself has to bound them.
-    tcp.ok = tcp.ok && set_send_timeout(tcp.fd.get(), settings.timeout_ms) &&
-             set_receive_timeout(tcp.fd.get(), settings.timeout_ms);
+    tcp.ok = tcp.ok && set_socket_timeouts(tcp.fd.get(), settings.timeout_ms);
     return tcp;
 }
 

@@ -42,15 +42,15 @@ std::optional<Ipv6Address> parse_ipv6(std::string_view text) {
     Ipv6Address address;
     const std::size_t gap = text.find("::");
     const bool compressed = gap != std::string_view::npos;
-    const auto head = parse_groups(text.substr(0, gap));
-    const auto tail = parse_groups(compressed ? text.substr(gap + 2) : std::string_view());
-    if (!head || !tail) return std::nullopt;
-    const std::size_t given = head->size() + tail->size();
+    const auto front = parse_groups(text.substr(0, gap));
+    const auto back = parse_groups(compressed ? text.substr(gap + 2) : std::string_view());
+    if (!front || !back) return std::nullopt;
+    const std::size_t given = front->size() + back->size();
     if (compressed ? given >= address.bytes.size() : given != address.bytes.size()) {
         return std::nullopt;
     }
-    std::ranges::copy(*head, address.bytes.begin());
-    std::ranges::copy_backward(*tail, address.bytes.end());
+    std::ranges::copy(*front, address.bytes.begin());
+    std::ranges::copy_backward(*back, address.bytes.end());
     return address;
 }
 
@@ -74,19 +74,21 @@ std::string format_ipv6(const Ipv6Address& address) {
     return text;
 }
 
-sockaddr_in make_socket_address(const Ipv4Address& address, std::int32_t port) {
-    sockaddr_in result = {};
-    result.sin_family = AF_INET;
-    result.sin_port = network_order(port);
-    std::memcpy(&result.sin_addr, address.bytes.data(), address.bytes.size());
+SocketAddress make_socket_address(const Ipv4Address& address, std::int32_t port) {
+    SocketAddress result;
+    result.size = sizeof result.ipv4;
+    result.ipv4 = {};
+    result.ipv4.sin_family = AF_INET;
+    result.ipv4.sin_port = network_order(port);
+    std::memcpy(&result.ipv4.sin_addr, address.bytes.data(), address.bytes.size());
     return result;
 }
 
-sockaddr_in6 make_socket_address(const Ipv6Address& address, std::int32_t port) {
-    sockaddr_in6 result = {};
-    result.sin6_family = AF_INET6;
-    result.sin6_port = network_order(port);
-    std::memcpy(&result.sin6_addr, address.bytes.data(), address.bytes.size());
+SocketAddress make_socket_address(const Ipv6Address& address, std::int32_t port) {
+    SocketAddress result;
+    result.ipv6.sin6_family = AF_INET6;
+    result.ipv6.sin6_port = network_order(port);
+    std::memcpy(&result.ipv6.sin6_addr, address.bytes.data(), address.bytes.size());
     return result;
 }
 

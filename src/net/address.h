@@ -38,10 +38,19 @@ struct Ipv6Address {
 /// All eight groups, lower case, without leading zeros and never shortened by "::".
 [[nodiscard]] std::string format_ipv6(const Ipv6Address& address);
 
-/// `port` is 0 to kMaxPort.
-[[nodiscard]] sockaddr_in make_socket_address(const Ipv4Address& address, std::int32_t port);
+/// An address and a port as the kernel takes them: the first `size` bytes, whichever member it is.
+struct SocketAddress {
+    union {
+        sockaddr_in6 ipv6 = {};
+        sockaddr_in ipv4;
+    };
+    socklen_t size = sizeof(sockaddr_in6);
 
-/// `port` is 0 to kMaxPort; flow information and scope are 0.
-[[nodiscard]] sockaddr_in6 make_socket_address(const Ipv6Address& address, std::int32_t port);
+    [[nodiscard]] int family() const { return ipv6.sin6_family; }
+};
+
+/// `port` is 0 to kMaxPort; flow information and scope of an IPv6 address are 0.
+[[nodiscard]] SocketAddress make_socket_address(const Ipv4Address& address, std::int32_t port);
+[[nodiscard]] SocketAddress make_socket_address(const Ipv6Address& address, std::int32_t port);
 
 }  // namespace quorvane

@@ -13,20 +13,11 @@
 namespace quorvane {
 namespace {
 
-constexpr std::int64_t kDrainBytes = 65'536;
+constexpr std::int64_t kMaxDrainBytes = 65'536;
 
-ConnectResult connect_failed(long error) {
-    return {.ok = false, .fd = FdHandle(), .error = static_cast<int>(error)};
-}
+ConnectResult socket_failed(long error) { return {.error = static_cast<int>(error)}; }
 
-ListenResult listen_failed(long error) {
-    return {.ok = false, .fd = FdHandle(), .error = static_cast<int>(error)};
-}
-
-ReceiveResult receive_failed(long error) {
-    return {
-        .count = 0, .end_of_stream = false, .timed_out = false, .error = static_cast<int>(error)};
-}
+ReceiveResult receive_failed(long error) { return {.error = static_cast<int>(error)}; }
 
 bool in_range(std::int64_t value, std::int64_t least, std::int64_t most) {
     return value >= least && value <= most;
@@ -47,74 +38,64 @@ long wait_for_connect(int fd, std::int64_t timeout_ms) {
     return status < 0 ? status : -static_cast<long>(pending);
 }
 
-ConnectResult connect_socket(int family, const void* address, std::size_t address_size,
-                             std::int64_t timeout_ms) {
-    const long opened = kernel::socket(family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (opened < 0) return connect_failed(opened);
+/// `address` is nothing when its text was no literal.
+template <typename Address>
+ConnectResult connect_address(const std::optional<Address>& address, std::int32_t port,
+                              std::int64_t timeout_ms) {
+    if (!address || !in_range(port, 1, kMaxPort)) return socket_failed(-EINVAL);
+    if (!in_range(timeout_ms, 1, kMaxSocketWaitMs)) return socket_failed(-EINVAL);
+    const SocketAddress target = make_socket_address(*address, port);
+    const int type = SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC;
+    const long opened = kernel::socket(target.family(), type, 0);
+    if (opened < 0) return socket_failed(opened);
     FdHandle fd(opened);
 
-    long status = kernel::connect(fd.get(), address, address_size);
+    long status = kernel::connect(fd.get(), &target, target.size);
     if (status == -EINPROGRESS) status = wait_for_connect(fd.get(), timeout_ms);
-    if (status < 0) return connect_failed(status);
+    if (status < 0) return socket_failed(status);
 
     // Readers poll before every read, so from here on the socket may block.
     status = kernel::fcntl(fd.get(), F_SETFL, 0);
-    if (status < 0) return connect_failed(status);
+    if (status < 0) return socket_failed(status);
     // Without this the last piece of a large request waits 40 ms for the peer's delayed
     // acknowledgement (RFC 896 against RFC 1122 4.2.3.2); where it is refused, that is all.
     static_cast<void>(set_flag(fd.get(), IPPROTO_TCP, TCP_NODELAY));
-    return {.ok = true, .fd = std::move(fd), .error = 0};
-}
-
-bool set_timeout(int fd, int name, std::int64_t timeout_ms) {
-    if (!in_range(timeout_ms, 1, kMaxReadyWaitMs)) return false;
-    const timeval limit = {timeout_ms / 1000, timeout_ms % 1000 * 1000};
-    return kernel::setsockopt(fd, SOL_SOCKET, name, &limit, sizeof limit) >= 0;
+    return {.ok = true, .fd = std::move(fd)};
 }
 
 }  // namespace
 
 ConnectResult connect_ipv4(std::string_view address, std::int32_t port, std::int64_t timeout_ms) {
-    const std::optional<Ipv4Address> parsed = parse_ipv4(address);
-    if (!parsed || !in_range(port, 1, 65535)) return connect_failed(-EINVAL);
-    if (!in_range(timeout_ms, 1, kMaxSocketWaitMs)) return connect_failed(-EINVAL);
-    const sockaddr_in target = make_socket_address(*parsed, port);
-    return connect_socket(AF_INET, &target, sizeof target, timeout_ms);
+    return connect_address(parse_ipv4(address), port, timeout_ms);
 }
 
 ConnectResult connect_ipv6(std::string_view address, std::int32_t port, std::int64_t timeout_ms) {
-    const std::optional<Ipv6Address> parsed = parse_ipv6(address);
-    if (!parsed || !in_range(port, 1, 65535)) return connect_failed(-EINVAL);
-    if (!in_range(timeout_ms, 1, kMaxSocketWaitMs)) return connect_failed(-EINVAL);
-    const sockaddr_in6 target = make_socket_address(*parsed, port);
-    return connect_socket(AF_INET6, &target, sizeof target, timeout_ms);
+    return connect_address(parse_ipv6(address), port, timeout_ms);
 }
 
 ListenResult open_listener(std::string_view address, std::int32_t port, std::int32_t backlog,
                            bool reuse_port) {
     const std::optional<Ipv4Address> parsed = parse_ipv4(address);
-    if (!parsed || !in_range(port, 0, 65535)) return listen_failed(-EINVAL);
-    if (!in_range(backlog, 1, 4096)) return listen_failed(-EINVAL);
+    if (!parsed || !in_range(port, 0, kMaxPort)) return socket_failed(-EINVAL);
+    if (!in_range(backlog, 1, 4096)) return socket_failed(-EINVAL);
 
     const long opened = kernel::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (opened < 0) return listen_failed(opened);
+    if (opened < 0) return socket_failed(opened);
     FdHandle fd(opened);
-    const sockaddr_in local = make_socket_address(*parsed, port);
+    const SocketAddress local = make_socket_address(*parsed, port);
     long status = set_flag(fd.get(), SOL_SOCKET, SO_REUSEADDR);
     if (status >= 0 && reuse_port) status = set_flag(fd.get(), SOL_SOCKET, SO_REUSEPORT);
-    if (status >= 0) status = kernel::bind(fd.get(), &local, sizeof local);
+    if (status >= 0) status = kernel::bind(fd.get(), &local, local.size);
     if (status >= 0) status = kernel::listen(fd.get(), backlog);
-    if (status < 0) return listen_failed(status);
-    return {.ok = true, .fd = std::move(fd), .error = 0};
+    if (status < 0) return socket_failed(status);
+    return {.ok = true, .fd = std::move(fd)};
 }
 
 std::optional<std::int32_t> listener_port(int fd) {
-    sockaddr_in local = {};
-    socklen_t size = sizeof local;
-    if (kernel::getsockname(fd, &local, &size) < 0 || local.sin_family != AF_INET) {
-        return std::nullopt;
-    }
-    return ntohs(local.sin_port);
+    SocketAddress local;
+    if (kernel::getsockname(fd, &local, &local.size) < 0) return std::nullopt;
+    if (local.family() != AF_INET) return std::nullopt;
+    return ntohs(local.ipv4.sin_port);
 }
 
 FdHandle accept_connection(int fd) {
@@ -161,39 +142,31 @@ ReceiveResult receive_some(int fd, ByteBuffer& into, std::int64_t max_bytes,
     if (!in_range(max_bytes, 1, kMaxReceiveBytes)) return receive_failed(-EINVAL);
     if (!in_range(timeout_ms, 1, kMaxSocketWaitMs)) return receive_failed(-EINVAL);
 
-    ReceiveResult result;
     const long ready = wait_ready(fd, POLLIN, timeout_ms);
     if (ready < 0) return receive_failed(ready);
-    if (ready == 0) {
-        result.timed_out = true;
-        return result;
-    }
-    const auto room = static_cast<std::size_t>(max_bytes);
-    const long count = kernel::read(fd, into.spare(room), room);
+    if (ready == 0) return {.timed_out = true};
+    const auto size = static_cast<std::size_t>(max_bytes);
+    const long count = kernel::read(fd, into.spare(size), size);
     if (count < 0) return receive_failed(count);
     into.commit(static_cast<std::size_t>(count));
-    result.count = count;
-    result.end_of_stream = count == 0;
-    return result;
+    return {.count = count, .end_of_stream = count == 0};
 }
 
-bool set_send_timeout(int fd, std::int64_t timeout_ms) {
-    return set_timeout(fd, SO_SNDTIMEO, timeout_ms);
-}
-
-bool set_receive_timeout(int fd, std::int64_t timeout_ms) {
-    return set_timeout(fd, SO_RCVTIMEO, timeout_ms);
+bool set_socket_timeouts(int fd, std::int64_t timeout_ms) {
+    if (!in_range(timeout_ms, 1, kMaxReadyWaitMs)) return false;
+    const timeval limit = {timeout_ms / 1000, timeout_ms % 1000 * 1000};
+    return kernel::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) >= 0 &&
+           kernel::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) >= 0;
 }
 
 void finish_connection(FdHandle fd, std::int64_t timeout_ms) {
     kernel::shutdown(fd.get(), SHUT_WR);
     const std::int64_t deadline = monotonic_ms() + timeout_ms;
     ByteBuffer dropped;
-    while (static_cast<std::int64_t>(dropped.size()) < kDrainBytes) {
-        const std::int64_t left = std::min(deadline - monotonic_ms(), kMaxSocketWaitMs);
-        if (left < 1) break;
-        const std::int64_t room = kDrainBytes - static_cast<std::int64_t>(dropped.size());
-        if (receive_some(fd.get(), dropped, room, left).count == 0) break;
+    while (std::ssize(dropped.view()) < kMaxDrainBytes) {
+        const std::int64_t left_ms = std::min(deadline - monotonic_ms(), kMaxSocketWaitMs);
+        const std::int64_t left_bytes = kMaxDrainBytes - std::ssize(dropped.view());
+        if (left_ms < 1 || receive_some(fd.get(), dropped, left_bytes, left_ms).count == 0) break;
     }
 }
 

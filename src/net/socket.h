@@ -9,7 +9,7 @@
 
 /// TCP with time limits, straight on Linux system calls.
 ///
-/// Times are whole milliseconds, and a limit bounds one wait, not a whole transfer.  Ports are in
+/// Times are in milliseconds, and a limit bounds one wait, not a complete transfer.  Ports are in
 /// host byte order.  Failures are negated errno values: that of the failing call, -EINVAL for an
 /// argument outside its range (nothing was opened), -ETIMEDOUT for a wait that ran out.  EINTR is
 /// retried by a wait and by `accept_connection`, and nowhere else.  Every descriptor is
@@ -30,11 +30,11 @@ inline constexpr std::int64_t kMaxReceiveBytes = 1'048'576;
 /// the system permits that.
 struct ConnectResult {
     bool ok = false;
-    FdHandle fd;    ///< Valid exactly when `ok`.
-    int error = 0;  ///< 0 when `ok`, else a negated errno value.
+    FdHandle fd = {};  ///< Valid exactly when `ok`.
+    int error = 0;     ///< 0 when `ok`, else a negated errno value.
 };
 
-/// Connects to a dotted-decimal literal; names are never resolved.  `port` is 1 to 65535,
+/// Connects to a dotted-decimal literal; names are never resolved.  `port` is 1 to kMaxPort,
 /// `timeout_ms` 1 to kMaxSocketWaitMs.  A refused connection fails at once, a silent peer after
 /// `timeout_ms`.
 [[nodiscard]] ConnectResult connect_ipv4(std::string_view address, std::int32_t port,
@@ -44,40 +44,36 @@ struct ConnectResult {
 [[nodiscard]] ConnectResult connect_ipv6(std::string_view address, std::int32_t port,
                                          std::int64_t timeout_ms);
 
-/// A listening socket in blocking mode.
-struct ListenResult {
-    bool ok = false;
-    FdHandle fd;    ///< Valid exactly when `ok`.
-    int error = 0;  ///< 0 when `ok`, else a negated errno value.
-};
+/// A listening socket in blocking mode, or the error.
+using ListenResult = ConnectResult;
 
-/// Listens on a dotted-decimal address.  `port` is 0 (the kernel picks one) to 65535, `backlog`
-/// 1 to 4096.  The address may be taken over from a closed listener at once (SO_REUSEADDR);
-/// `reuse_port` lets several listeners share it.
+/// Listens on a dotted-decimal address.  `port` is 0 (the kernel picks one) to kMaxPort, `backlog`
+/// 1 to 4096.  The address of a closed listener can be used again at once (SO_REUSEADDR); with
+/// `reuse_port` several listeners can share one.
 [[nodiscard]] ListenResult open_listener(std::string_view address, std::int32_t port,
                                          std::int32_t backlog = 128, bool reuse_port = false);
 
 /// The port that an IPv4 socket is bound to, or nothing when the kernel does not tell.
 [[nodiscard]] std::optional<std::int32_t> listener_port(int fd);
 
-/// Takes one waiting connection; it is in blocking mode whatever the listener is in.  Retried on
-/// EINTR.  The handle is empty when there was none to take.
+/// Takes one waiting connection; it is in blocking mode whichever mode the listener is in.  The
+/// handle is empty when there was none to take.
 [[nodiscard]] FdHandle accept_connection(int fd);
 
 /// Adds O_NONBLOCK to the descriptor's flags.
 [[nodiscard]] bool set_non_blocking(int fd);
 
-/// Waits until one of `events` (POLLIN, POLLOUT) or a failure shows on `fd`, at most `timeout_ms`
-/// (0 to kMaxReadyWaitMs).  The events seen, 0 when the wait ran out, or a negated errno value.
+/// Waits for one of `events` (POLLIN, POLLOUT) or a failure on `fd`, at most `timeout_ms`
+/// (0 to kMaxReadyWaitMs).  Returns the events, 0 when the wait ran out, or a negated errno value.
 [[nodiscard]] long wait_ready(int fd, std::int32_t events, std::int64_t timeout_ms);
 
-/// Sends every byte.  A peer that takes nothing for `timeout_ms` (1 to kMaxSocketWaitMs) ends it
-/// with -ETIMEDOUT, one that has closed with -EPIPE and without a signal.  0 when all was sent.
+/// Sends every byte and returns 0, or a negated errno value: -ETIMEDOUT when the peer takes nothing
+/// for `timeout_ms` (1 to kMaxSocketWaitMs), -EPIPE, without a signal, when it has closed.
 [[nodiscard]] long send_all(int fd, std::string_view bytes,
                             std::int64_t timeout_ms = kMaxSocketWaitMs);
 
-/// What one read brought.  At most one of the last three is set; with none of them `count` is
-/// positive.
+/// The result of one read.  At most one of the last three fields is set; with none of them `count`
+/// is positive.
 struct ReceiveResult {
     std::int64_t count = 0;      ///< Bytes appended.
     bool end_of_stream = false;  ///< The peer closed its side.
@@ -90,15 +86,14 @@ struct ReceiveResult {
 [[nodiscard]] ReceiveResult receive_some(int fd, ByteBuffer& into, std::int64_t max_bytes,
                                          std::int64_t timeout_ms);
 
-/// Bounds every blocking send or receive on `fd`, for code that waits inside the socket call
+/// Bounds every blocking send and receive on `fd`, for code that waits inside the socket call
 /// itself: such a call then fails with EAGAIN after `timeout_ms` (1 to kMaxReadyWaitMs).
-[[nodiscard]] bool set_send_timeout(int fd, std::int64_t timeout_ms);
-[[nodiscard]] bool set_receive_timeout(int fd, std::int64_t timeout_ms);
+[[nodiscard]] bool set_socket_timeouts(int fd, std::int64_t timeout_ms);
 
-/// Ends a connection on which an answer has just been sent, so that the peer surely reads it: the
+/// Ends a connection on which a response has just been sent, so that the peer surely reads it.  The
 /// writing side is shut, what the peer still sends is read and dropped until it closes, at most
-/// 64 KiB and for at most `timeout_ms`, and the socket is closed.  (Closing over unread bytes
-/// makes the kernel send a reset, which can overtake the answer.)
+/// 64 KiB and for at most `timeout_ms`, and the socket is closed.  (Closing it over unread bytes
+/// makes the kernel send a reset, which can overtake the response.)
 void finish_connection(FdHandle fd, std::int64_t timeout_ms = 500);
 
 }  // namespace quorvane
