@@ -1,11 +1,11 @@
-// Runs a pipeline and says what it cost: the kernel's own account of each process (wait4), free of
-// whatever this program itself costs.
+// Runs a pipeline and prints the kernel's own account of each process (wait4), which does not
+// include what this program itself costs.
 //
-//   launch RUNS INPUT OUTPUT COMMAND [ARGUMENT...] [:: COMMAND [ARGUMENT...]]...
+//   launch RUNS INPUT OUTPUT REMOVE COMMAND [ARGUMENT...] [:: COMMAND [ARGUMENT...]]...
 //
-// Reads INPUT, writes OUTPUT (emptied for each run), and runs the pipeline RUNS times.  One line
-// for each process: run, wall time of the whole run in us, exit status, user and system time in us,
-// peak resident memory in KiB, minor and major page faults.
+// Runs the pipeline RUNS times from INPUT to OUTPUT, and removes the files OUTPUT and REMOVE before
+// each run.  One line for each process: run, wall time of the run in us, exit status, user and
+// system time in us, peak resident memory in KiB.
 //
 // Linked statically and kept small: a process inherits the peak memory of the one that started it.
 
@@ -88,9 +88,8 @@ static void run(int number, const char* input_path, const char* output_path,
     close(output);
     for (int i = 0; i < count; ++i) {
         const int code = WIFEXITED(status[i]) ? WEXITSTATUS(status[i]) : 128 + WTERMSIG(status[i]);
-        printf("%d %lld %d %lld %lld %ld %ld %ld\n", number, wall, code, as_us(usage[i].ru_utime),
-               as_us(usage[i].ru_stime), usage[i].ru_maxrss, usage[i].ru_minflt,
-               usage[i].ru_majflt);
+        printf("%d %lld %d %lld %lld %ld\n", number, wall, code, as_us(usage[i].ru_utime),
+               as_us(usage[i].ru_stime), usage[i].ru_maxrss);
     }
 }
 

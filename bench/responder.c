@@ -1,8 +1,8 @@
-// A server whose answers lie ready in memory, so that a race measures its clients.
+// A server that keeps its answers in memory, so that a race measures its clients.
 //
 //   responder FOLDER [CERTIFICATE KEY]
 //
-// Every file in FOLDER is one whole HTTP response.  A request that names a project
+// Every file in FOLDER is one complete HTTP response.  A request that names a project
 // ("projectId":"NAME") gets the file of that name, any other request the file "account".  A name
 // may end in "@SIZE": the bytes then leave in writes of that size, each as a segment of its own.
 // One connection at a time; plain on 127.0.0.1, or TLS on ::1 when a certificate is given.  The
@@ -100,7 +100,7 @@ static bool take_more(struct Peer peer, size_t* filled) {
     return true;
 }
 
-// Reads one request and finds out whose answer it asks for.  The project stands at the beginning
+// Reads one request and finds out whose answer it asks for.  The project is at the beginning
 // of the body; the rest is dropped.
 static bool read_request(struct Peer peer, char* name, size_t name_size) {
     enum { kEnough = 256 };

@@ -1,4 +1,4 @@
-# Every compiler and linker option stands on one of these interface targets; none is global.
+# Every compiler and linker option is on one of these interface targets; none is global.
 #   quorvane_warnings   for everything that is compiled
 #   quorvane_sanitize   for everything that is compiled, empty unless QUORVANE_SANITIZE is set
 #   quorvane_openssl    for the programs: OpenSSL, or what loads it
@@ -31,7 +31,7 @@ if(QUORVANE_LINK_OPENSSL)
         find_package(PkgConfig REQUIRED)
         pkg_check_modules(QUORVANE_OPENSSL REQUIRED libssl)
         target_link_libraries(quorvane_openssl INTERFACE ${QUORVANE_OPENSSL_STATIC_LIBRARIES})
-        # http/static_openssl.cpp has what stands in for them.
+        # http/static_openssl.cpp has their replacements.
         foreach(function dlopen getaddrinfo freeaddrinfo gethostbyname)
             target_link_options(quorvane_openssl INTERFACE -Wl,--wrap=${function})
         endforeach()

@@ -2,7 +2,7 @@
 # through its variables; nothing is installed outside them.
 include(GNUInstallDirs)
 
-option(QUORVANE_DEBIAN_LAYOUT "Install what stands beside the program where Debian wants it" OFF)
+option(QUORVANE_DEBIAN_LAYOUT "Install completions and changelog where Debian wants them" OFF)
 set(zsh_folder site-functions)
 if(QUORVANE_DEBIAN_LAYOUT)
     set(zsh_folder vendor-completions)

@@ -37,7 +37,7 @@ class Failed(Exception):
 
 
 def environment(folder: Path) -> dict[str, str]:
-    """What every command runs in: nobody's own settings, and a trust file of one certificate."""
+    """The environment of every command: no user's settings, and a trust file of one certificate."""
     return {"PATH": os.environ["PATH"], "HOME": str(folder), "LC_ALL": "C",
             "XDG_CONFIG_HOME": str(folder / "config"),
             "SSL_CERT_FILE": str(folder / "localhost.pem")}
