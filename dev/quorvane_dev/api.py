@@ -105,7 +105,7 @@ def _project(call: Call) -> str:
     project = call.project()
     own = (f'"id":{quote(project.id)},"publicKey":{quote(project.public_key)},'
            f'"name":{quote(project.name)}')
-    # The stored text is an object without blanks around it: what is inside follows our members.
+    # The stored text is an object without blanks around it; its members follow our own.
     inside = project.text[1:-1]
     comma = "," if inside.strip() else ""
     return (f'{{"project":{{{_summary(project, project.revision)},'
@@ -130,8 +130,8 @@ def _configure(call: Call) -> str:
 def acceptable_configuration(project: Project, text: str, value: Any) -> str:
     """The text to store for a configuration `text`, of value `value`, sent for `project`.
 
-    The service's own members are taken out.  Raises `Invalid` for what is no configuration or
-    would change one of them, and `HttpError` for what is too large.
+    The service's own members are removed.  Raises `Invalid` for a text that is not a configuration
+    or would change one of them, and `HttpError` for one that is too large.
     """
     if not isinstance(value, dict):
         raise Invalid("a configuration must be a JSON object")
@@ -163,13 +163,13 @@ _SIGNED_IN: dict[str, Callable[[Call], str]] = {
 
 
 def _bearer(request: Request) -> str:
-    """The token of the Authorization header, empty for none: "Bearer " alone is anonymous."""
+    """The token of the Authorization header, empty for none: "Bearer " without one is anonymous."""
     scheme, _, token = request.headers.get("authorization", "").strip().partition(" ")
     return token.strip() if scheme.lower() == "bearer" else ""
 
 
 def answer(store: Store, request: Request) -> Response:
-    """Answers one call.  Raises `HttpError` for what `error_response` is to say."""
+    """Answers one call.  `error_response` makes an answer of an `HttpError` raised here."""
     run = _ANONYMOUS.get(request.path) or _SIGNED_IN.get(request.path)
     if run is None:
         raise HttpError(404, "No such call")

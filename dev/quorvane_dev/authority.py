@@ -16,7 +16,7 @@ class Authority:
               ca=False, chain=True):
         """Makes NAME.key and NAME.pem, signed by `issuer` (its own name for self-signed), valid
         from and to these days from now, and returns the path of the certificate."""
-        # RFC 5280 4.2.1: what a strict verifier asks of every chain; Python's is one since 3.13.
+        # RFC 5280 4.2.1: required by strict verifiers, which Python's is since 3.13.
         extensions = [f"basicConstraints=critical,CA:{str(ca).upper()}",
                       "subjectKeyIdentifier=hash", "authorityKeyIdentifier=keyid"]
         if hosts:

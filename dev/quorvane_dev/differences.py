@@ -15,7 +15,7 @@ MAX_LINES = 3000
 
 @dataclass(frozen=True)
 class Line:
-    """A line that is removed "-", added "+" or unchanged " ", or the mark "@" of left out ones.
+    """A removed line "-", an added one "+", an unchanged one " ", or a mark "@" for omitted lines.
 
     `old` and `new` are its numbers on the two sides, from 1; None where it does not exist.
     """
@@ -31,7 +31,7 @@ def differences(old_text: str, new_text: str) -> list[Line] | None:
     if old_text == new_text:
         return []
     old, new = old_text.split("\n"), new_text.split("\n")
-    # What is equal at both ends is skipped, but for the surroundings.
+    # Equal lines at both ends are skipped, except for the surroundings of a change.
     start = max(0, len(os.path.commonprefix([old, new])) - CONTEXT_LINES)
     rest = max(0, len(os.path.commonprefix([old[start:][::-1], new[start:][::-1]])) - CONTEXT_LINES)
     old_part, new_part = old[start:len(old) - rest], new[start:len(new) - rest]

@@ -1,9 +1,9 @@
-"""What stands in front of a deployment: nginx with TLS, and dnsmasq that knows its name.
+"""The servers in front of a deployment: nginx with TLS, and dnsmasq, which resolves its name.
 
-    dev/front FOLDER HOST PORT   answers for https://HOST, passing calls on to 127.0.0.1:PORT,
-                                 until SIGINT, SIGTERM or SIGHUP; says when it is ready
+    dev/front FOLDER HOST PORT   answers for https://HOST and passes calls on to 127.0.0.1:PORT,
+                                 until SIGINT, SIGTERM or SIGHUP; prints a line when it is ready
 
-For a namespace of its own (see dev/namespace): it takes ports 53 and 443 and replaces resolv.conf.
+Run it in a namespace (see dev/namespace): it takes ports 53 and 443 and replaces resolv.conf.
 """
 
 import os
@@ -26,7 +26,7 @@ http {{
     access_log off;
     client_body_temp_path body; proxy_temp_path proxy;
     fastcgi_temp_path fastcgi; uwsgi_temp_path uwsgi; scgi_temp_path scgi;
-    client_max_body_size 9m;  # The service's own limit, and some more.
+    client_max_body_size 9m;  # More than the service's own limit.
     server {{
         listen 127.0.0.1:443 ssl;
         server_name {host};
@@ -43,7 +43,7 @@ http {{
 
 
 class Front:
-    """Both servers, as a context; `trust_file` is what those who call must trust."""
+    """Both servers, as a context; clients must trust the certificates in `trust_file`."""
 
     def __init__(self, folder, host, port):
         os.environ["PATH"] += ":/usr/sbin:/sbin"
@@ -57,11 +57,11 @@ class Front:
         self._processes = []
 
     def __enter__(self):
-        # The name server of resolv.conf is asked, and nothing else that a system may have.
+        # Only the name server of resolv.conf is asked, whatever else the system has.
         self._replace("/etc/resolv.conf", "nameserver 127.0.0.1\n")
         self._replace("/etc/nsswitch.conf", "hosts: files dns\n")
         try:
-            # localhost is here for bare systems, which have no /etc/hosts either.
+            # localhost is for minimal systems, which lack /etc/hosts as well.
             self._start("dnsmasq", "-d", "-C", "/dev/null", "--no-resolv", "--no-hosts",
                         "--listen-address=127.0.0.1", "--bind-interfaces",
                         f"--host-record={self.host},127.0.0.1",
@@ -75,7 +75,7 @@ class Front:
 
     def __exit__(self, *_):
         for process in self._processes:
-            process.kill()  # They have nothing to lose, and inherit blocked signals.
+            process.kill()  # They have no state, and SIGTERM is blocked in them.
             process.wait()
 
     def _replace(self, path, text):
@@ -100,8 +100,8 @@ class Front:
 
 
 def main() -> None:
-    """Serves until it is told to end."""
-    # Blocked from the first step to the last, so that none of them is left half done.
+    """Serves until one of END_SIGNALS arrives."""
+    # Blocked from the start, so that neither setting up nor removing is interrupted.
     signal.pthread_sigmask(signal.SIG_BLOCK, END_SIGNALS)
     with Front(*sys.argv[1:]) as front:
         print(f"nginx on {front.origin}", flush=True)

@@ -1,9 +1,8 @@
 """JSON kept as text: checked, measured and laid out, but never passed through a float.
 
-A configuration is stored as the text in which it came.  Member order, the writing of numbers
-(1.50 stays 1.50) and the choice of escapes are its author's, and the service has no opinion.
-What is accepted here is what the client accepts back: RFC 8259 without duplicate keys or lone
-surrogates, within the client's limits.
+A configuration is stored as the text that was sent: the service keeps the order of members, the
+notation of numbers (1.50 stays 1.50) and the choice of escapes.  It accepts the texts that the
+client accepts back: RFC 8259 without duplicate keys or lone surrogates, within the client's limits.
 """
 
 from __future__ import annotations
@@ -16,11 +15,11 @@ MAX_DEPTH = 62
 """Levels of a configuration.  The client stops at 64, and an answer wraps it in two objects."""
 
 MAX_VALUES = 999_000
-"""Values in a configuration: the client's 1,000,000 with room for what an answer adds."""
+"""Values in a configuration: the client's 1,000,000 less those that an answer adds."""
 
 HIDDEN = re.compile("[\x00-\x08\x0b-\x1f\x7f-\x9f\u00ad\u061c\u200b\u200e\u200f\u2028-\u202e"
                     "\u2060-\u2069\ud800-\udfff\ufeff\ufff9-\ufffb]")
-"""Characters that cannot be seen or reorder their neighbours, other than tab and line feed."""
+"""Characters that are invisible or reorder their neighbours, other than tab and line feed."""
 
 _BLANKS = re.compile(r"[ \t\n\r]*")
 
@@ -93,7 +92,7 @@ def parse_members(text: str) -> dict[str, tuple[Any, str]]:
     if not isinstance(parse(text), dict):
         raise Invalid("not an object")
     members: dict[str, tuple[Any, str]] = {}
-    # The text is known to be good, so that only the places between its members are looked for.
+    # The text is known to be valid: only the positions between its members are searched.
     at = _blanks_end(text, _blanks_end(text, 0) + 1)
     while text[at] != "}":
         key, colon = _DECODER.raw_decode(text, at)
@@ -107,7 +106,7 @@ def parse_members(text: str) -> dict[str, tuple[Any, str]]:
 
 
 def check_limits(value: Any) -> None:
-    """Raises `Invalid` when `value` is deeper or larger than the client would take back."""
+    """Raises `Invalid` when `value` is deeper or larger than the client would accept."""
     level, depth, count = [value], 0, 0
     while level:
         depth += 1
@@ -131,7 +130,7 @@ def escape_hidden(text: str) -> str:
 
 
 def layout(value: Any, indent: str = "") -> str:
-    """`value` over several lines, two blanks a level, hidden characters escaped."""
+    """`value` on several lines, two blanks a level, hidden characters escaped."""
     inner = indent + "  "
     if isinstance(value, Number):
         return str(value)

@@ -33,7 +33,8 @@ def main(arguments: list[str] | None = None) -> int:
         parser.error("the port must be a number from 0 to 65535")
 
     os.umask(0o077)
-    # A parsed document is a million objects and no cycle: looking for some took two thirds of it.
+    # A large document is a million objects without cycles; searching them for cycles took two
+    # thirds of the parsing time.
     gc.set_threshold(100_000)
     # Blocked before any thread starts, so that the signals are left for sigwait.
     signal.pthread_sigmask(signal.SIG_BLOCK, END_SIGNALS)

@@ -1,4 +1,4 @@
-"""Pieces of pages.  Whatever is put into markup is escaped unless it is markup itself."""
+"""Pieces of pages.  All text that is put into markup is escaped, unless it is markup itself."""
 
 from __future__ import annotations
 
@@ -15,7 +15,7 @@ class Html(str):
 
 
 def visible(text: str) -> str:
-    """Shows characters that cannot be seen, or reorder what can, by their numbers."""
+    """Shows invisible and reordering characters by their numbers."""
     return HIDDEN.sub(lambda match: f"\u27e8U+{ord(match[0]):04X}\u27e9", text)
 
 

@@ -1,4 +1,4 @@
-"""Requests and answers as plain records: what `api` and `pages` judge and produce."""
+"""Requests and answers as plain records, which `api` and `pages` take and return."""
 
 from __future__ import annotations
 
@@ -10,11 +10,11 @@ MAX_BODY_BYTES = 8 * 1024 * 1024 + 64 * 1024
 """The longest request body read: a configuration at the client's limit and its envelope."""
 
 MAX_CONFIGURATION_BYTES = 8 * 1024 * 1024 - 16 * 1024
-"""The longest configuration kept: one that the client can take back, head and envelope included."""
+"""The longest configuration stored: with head and envelope, the client can still receive it."""
 
 
 class HttpError(Exception):
-    """An answer other than the one that was asked for; `message` is one line for a person."""
+    """A failure as an answer with its status; `message` is one line for a person."""
 
     def __init__(self, status: int, message: str,
                  headers: tuple[tuple[str, str], ...] = ()) -> None:
@@ -26,7 +26,7 @@ class HttpError(Exception):
 
 @dataclass(frozen=True)
 class Request:
-    """One request, its body read whole; `path` is as sent, header names are in lower case."""
+    """One request with its complete body; `path` is as sent, header names are in lower case."""
 
     method: str
     path: str
@@ -43,7 +43,7 @@ class Request:
         return _decode_pairs(self.query)
 
     def form(self) -> dict[str, str]:
-        """The fields of a submitted form.  Raises `HttpError` when the body is none."""
+        """The fields of a submitted form.  Raises `HttpError` when the body is not a form."""
         if self.media_type() != "application/x-www-form-urlencoded":
             raise HttpError(415, "A form is expected here")
         try:
@@ -63,7 +63,7 @@ def _decode_pairs(text: str) -> dict[str, str]:
 
 @dataclass
 class Response:
-    """One answer; the server adds the length, the date and the connection's fate."""
+    """One answer; the server adds the headers Content-Length, Date and Connection."""
 
     status: int
     body: bytes
@@ -76,5 +76,5 @@ def json_response(status: int, text: str) -> Response:
 
 
 def redirect(location: str) -> Response:
-    """Sends the browser on with a GET, whatever it had sent (RFC 9110 15.4.4)."""
+    """Makes the browser GET another page, whatever method it had used (RFC 9110 15.4.4)."""
     return Response(303, b"", [("Location", location)])

@@ -1,7 +1,7 @@
 """The web pages: signing a command line in, projects, the editor and the history.
 
 They work without scripts.  Each form carries a token derived from the browser's cookie, so that
-no other site can submit it.  All links are relative to the origin, whatever stands in front.
+no other site can submit it.  All links are relative to the origin, which a front may change.
 """
 
 from __future__ import annotations
@@ -38,7 +38,7 @@ _ICON = (b'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 32 32"><circle c
          b' r="10" fill="none" stroke="#2f7d6b" stroke-width="6"/><path d="m18 18 10 10"'
          b' stroke="#2f7d6b" stroke-width="6" stroke-linecap="round"/></svg>')
 
-# No form-action: browsers apply it to redirects too, and a decision's leads to the command line.
+# No form-action: browsers apply it to redirects too, and after a decision one leads to 127.0.0.1.
 _POLICY = ("default-src 'none'; style-src 'self'; img-src 'self'; base-uri 'none';"
            " frame-ancestors 'none'")
 
@@ -47,8 +47,8 @@ _POLICY = ("default-src 'none'; style-src 'self'; img-src 'self'; base-uri 'none
 class Visit:
     """One request of a browser.
 
-    `browser` is the value of its cookie, `account` who it is signed in as, `fields` the submitted
-    form or else the query, `found` the parts of the path.
+    `browser` is the value of its cookie, `account` the account that it is signed in to, `fields`
+    the submitted form or else the query, `found` the variable parts of the path.
     """
 
     store: Store
@@ -59,11 +59,11 @@ class Visit:
     found: tuple[str, ...] = ()
 
     def form_token(self) -> str:
-        """What this browser's forms must carry."""
+        """The token that this browser's forms must carry."""
         return hmac.new(_FORM_KEY, self.browser.encode(), hashlib.sha256).hexdigest()
 
     def person(self) -> Account:
-        """The signed-in account, on the pages that are only reached with one."""
+        """The signed-in account, for pages that need one."""
         if self.account is None:
             raise HttpError(401, "Sign in first")
         return self.account
@@ -140,7 +140,7 @@ def _home(visit: Visit) -> Response:
 def _sign_in(visit: Visit) -> Response:
     visit.store.sign_in_browser(visit.browser, _chosen_account(visit).id)
     target = visit.fields.get("next", "")
-    # Only to a page of our own: "//host" and "/\host" would lead elsewhere.
+    # Only to a page of this service: "//host" and "/\host" would lead elsewhere.
     return redirect(target if re.fullmatch(r"/(projects|sessions)[a-z0-9/-]*", target)
                     else "/projects")
 
@@ -189,7 +189,7 @@ def _decide(visit: Visit) -> Response:
         raise HttpError(410, str(refusal)) from None
     if account:
         visit.store.sign_in_browser(visit.browser, account.id)
-    # By number: another program may hold the same port of the other addresses of "localhost".
+    # By number: another program may have the same port at the other addresses of "localhost".
     return redirect(f"http://127.0.0.1:{found.port}/callback?request={found.id}"
                     f"&state={found.state}&" + (f"code={code}" if code else "error=access_denied"))
 
@@ -241,14 +241,14 @@ def _editor(visit: Visit, project: Project, text: str, *messages: object, status
             button: str = "Save") -> Response:
     """The editor with `text`, whose save will be based on the project's current revision."""
     shown = jsontext.escape_hidden(text)
-    # HTML drops the first line feed of a text area, so one stands before the text.
+    # HTML drops the first line feed of a text area, so one is put before the text.
     form = _form(visit, f"/projects/{project.id}", tag(
         '<input type="hidden" name="revision" value="{}"><label for="config">Configuration, a JSON'
         ' object</label><textarea id="config" name="config" rows="{}" spellcheck="false" wrap="off"'
         ' autocomplete="off"{}>\n{}</textarea><p class="buttons"><button class="main"'
         ' accesskey="s">{}</button> <a href="/projects/{}">Discard changes</a></p>',
         project.revision, min(40, max(12, shown.count("\n") + 3)),
-        # With something to read first, the focus must not scroll past it.
+        # If there is a message, the focus must not scroll past it.
         tag("") if messages else tag(" autofocus"), shown, button, project.id))
     return _page(visit, project.name, _project_head(project, "Configuration"), messages, form,
                  status=status)
@@ -294,7 +294,7 @@ def _save(visit: Visit) -> Response:
 
 def _editor_after_error(visit: Visit, project: Project, base: int, typed: str,
                         error: Invalid) -> Response:
-    """The typed text again and what is wrong with it; it stays based on the same revision."""
+    """The typed text and its error; the next save is still based on the same revision."""
     place = excerpt(typed, error.line, error.column) if error.line else tag("")
     return _editor(visit, dataclasses.replace(project, revision=base), typed, notice("bad", tag(
         "<b>Not saved.</b> {}{}", str(error)[0].upper() + str(error)[1:], place)), status=422)
@@ -369,7 +369,7 @@ _ROUTES: list[tuple[str, str, Callable[[Visit], Response]]] = [
     ("GET", "/projects/([a-z0-9-]+)/history/([0-9]{1,9})", _revision),
 ]
 _PERSONAL = ("/projects", "/sessions")
-"""Where the pages begin that are reached signed in only."""
+"""How the paths begin of pages that need a signed-in account."""
 
 
 def _browser(request: Request) -> str:
@@ -386,7 +386,7 @@ def _visit(store: Store, request: Request, fields: dict[str, str],
 
 
 def answer(store: Store, request: Request) -> Response:
-    """Answers one request of a browser.  Raises `HttpError` for what `error_page` is to say."""
+    """Answers one request of a browser.  `error_page` shows an `HttpError` raised here."""
     if request.path == "/style.css":
         return Response(200, _STYLE.read_bytes(), [("Content-Type", "text/css; charset=utf-8")])
     if request.path == "/icon.svg":
@@ -411,7 +411,7 @@ def answer(store: Store, request: Request) -> Response:
 
 
 def error_page(store: Store, request: Request, error: HttpError) -> Response:
-    """The page that tells a person what went wrong."""
+    """The page for a failure."""
     reason = HTTPStatus(error.status).phrase
     response = _page(_visit(store, request, {}), reason, tag(
         '<h1>{}</h1><p>{}.</p><p class="facts">Status {}</p><p><a href="/">Home</a></p>', reason,

@@ -1,6 +1,6 @@
-"""What a new state file holds: three people and their projects, each with two revisions.
+"""The content of a new state file: three people and their projects, each with two revisions.
 
-The configurations stand in the folder seed/, one file a project, in the form of its last revision.
+The folder seed/ has one file for each project: the configuration of its last revision.
 """
 
 from __future__ import annotations
@@ -17,7 +17,7 @@ ACCOUNTS = (
     ("carla@inland.example", "Carla Pe\u00f1a"),
 )
 
-# Owner, identifier, name, and a piece of the text with what stood there in revision 1.
+# Owner, identifier, name, and a piece of the text with its form in revision 1.
 PROJECTS = (
     (0, "prj-ferry-times", "Ferry times", '"refreshSeconds": 30', '"refreshSeconds": 60'),
     (0, "prj-harbour-map", "Harbour map", '"maximumZoom": 18.5', '"maximumZoom": 17'),

@@ -1,4 +1,4 @@
-"""The HTTP/1.1 server on 127.0.0.1: bounded requests in, answers out, a thread a connection."""
+"""The HTTP/1.1 server on 127.0.0.1: requests of limited size, one thread for each connection."""
 
 from __future__ import annotations
 
@@ -22,10 +22,10 @@ IDLE_LIMIT_S = 30
 """How long a connection may stay silent."""
 
 MAX_DISCARDED_BYTES = 64 * 1024 * 1024
-"""How much of a refused body is read, so that its sender comes to read the refusal."""
+"""How much of a refused body is still read: many senders read the answer only after sending."""
 
 OWN_NAMES = ("127.0.0.1", "localhost")
-"""The hosts of the addresses under which a browser on this machine reaches the service."""
+"""The hosts by which a browser on this machine reaches the service."""
 
 
 class _Server(socketserver.ThreadingMixIn, socketserver.TCPServer):

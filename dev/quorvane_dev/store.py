@@ -1,7 +1,7 @@
 """The service's state: accounts, projects with every revision, sign-in requests and sessions.
 
-One SQLite file holds it all.  Every operation is one transaction under one lock, so threads may
-share a `Store`.  Secrets (tokens, codes) are kept as SHA-256 digests only.
+All of it is in one SQLite file.  Every operation is one transaction under one lock, so threads may
+share a `Store`.  Secrets (tokens, codes) are stored as SHA-256 digests only.
 """
 
 from __future__ import annotations
@@ -49,7 +49,7 @@ CREATE TABLE browsers (
 
 
 class Refused(Exception):
-    """A sign-in step that is not granted; the text says why, in one line."""
+    """A sign-in step that is refused; the text is the reason, in one line."""
 
 
 class StaleRevision(Exception):
@@ -83,7 +83,7 @@ class Project:
 
 @dataclass(frozen=True)
 class Revision:
-    """One saved configuration; `source` says by which way it came."""
+    """One saved configuration; `source` is "created", "browser" or "command line"."""
 
     number: int
     source: str
@@ -93,7 +93,7 @@ class Revision:
 
 @dataclass(frozen=True)
 class Authorization:
-    """A command line's wish to be signed in: pending, approved, denied, used or expired."""
+    """A command line's request to be signed in: pending, approved, denied, used or expired."""
 
     id: str
     challenge: str
@@ -141,7 +141,7 @@ class Store:
             raise
 
     def _prepare(self) -> bool:
-        """Makes the tables when the file is new, and says whether it was."""
+        """Makes the tables when the file is new, and returns whether it was."""
         self._db.execute("PRAGMA foreign_keys = ON")
         self._db.execute("PRAGMA synchronous = NORMAL")
         mark = self._db.execute("PRAGMA application_id").fetchone()[0]
@@ -170,7 +170,7 @@ class Store:
             self._db.execute("COMMIT")
 
     def _run(self, sql: str, *values: object) -> list[Any]:
-        """One statement as a transaction of its own; the rows that it yields."""
+        """Runs one statement as a transaction of its own; returns its rows."""
         with self._transaction() as db:
             return db.execute(sql, values).fetchall()
 
@@ -222,7 +222,7 @@ class Store:
         return found
 
     def authorization(self, identifier: str) -> Authorization | None:
-        """The sign-in request as it stands."""
+        """The sign-in request in its present state."""
         with self._transaction() as db:
             return self._authorization(db, identifier)
 
@@ -246,8 +246,8 @@ class Store:
     def exchange(self, identifier: str, code: str, verifier: str) -> tuple[str, Account]:
         """Turns an approval into a session: returns its token and its account.
 
-        Raises `Refused` otherwise.  One attempt is all there is: a wrong code or verifier spends
-        the approval as well, so nothing can be found by trying.
+        Raises `Refused` otherwise.  There is one attempt only: a wrong code or verifier spends the
+        approval as well, so neither can be guessed by trying.
         """
         with self._transaction() as db:
             found = self._authorization(db, identifier)
@@ -272,7 +272,7 @@ class Store:
         return token, Account(*row)
 
     def session_account(self, token: str) -> Account | None:
-        """The account of a living session, whose use is noted; None for any other token."""
+        """The account of a valid session, whose use is recorded; None for any other token."""
         with self._transaction() as db:
             db.execute("UPDATE sessions SET used_at = ? WHERE digest = ?",
                        (time.time(), _digest(token)))
@@ -285,7 +285,7 @@ class Store:
         self._run("DELETE FROM sessions WHERE digest = ?", _digest(token))
 
     def sessions(self, account: int) -> list[Session]:
-        """The living sessions of an account, the newest first."""
+        """The valid sessions of an account, the newest first."""
         return [Session(*row) for row in self._run(
             "SELECT id, created_at, used_at FROM sessions WHERE account = ? ORDER BY id DESC",
             account)]
@@ -311,7 +311,7 @@ class Store:
         return [Project(*row) for row in self._run(_PROJECT + " ORDER BY p.name, p.id", account)]
 
     def project(self, account: int, identifier: str) -> Project | None:
-        """One project of an account; those of others are as good as missing."""
+        """One project of an account, None for those of other accounts."""
         rows = self._run(_PROJECT + " AND p.id = ?", account, identifier)
         return Project(*rows[0]) if rows else None
 
@@ -319,7 +319,7 @@ class Store:
         """Makes `text` the project's next revision and returns its number.
 
         Raises `StaleRevision` when `base` is not the current revision: of two people who edited
-        the same one, the second is told.
+        the same one, the second to save learns of it.
         """
         with self._transaction() as db:
             current = int(db.execute("SELECT max(number) FROM revisions WHERE project = ?",

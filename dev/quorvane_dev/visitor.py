@@ -1,6 +1,6 @@
 """A scripted browser: opens pages, fills forms in, follows redirects, keeps cookies.
 
-The demo and the tests use it in the place of a person.  Certificates of https origins are checked
+The demo and the tests use it instead of a person.  Certificates of https origins are checked
 against the system's authorities, or those of SSL_CERT_FILE.
 """
 
@@ -20,12 +20,12 @@ TIME_LIMIT_S = 20
 
 
 class VisitError(Exception):
-    """Something a person would have stumbled over; the text says what."""
+    """A page could not be used; the text says why."""
 
 
 @dataclass
 class Form:
-    """A form of a page: where it goes, and its fields as they stand."""
+    """A form of a page: its target, and its fields with their present values."""
 
     action: str = ""
     fields: dict[str, str] = field(default_factory=dict)
@@ -54,7 +54,7 @@ class Page(HTMLParser):
             self._words.append(text)
 
     def words(self) -> str:
-        """The page's text, blanks put together."""
+        """The page's text, each run of blanks as one."""
         return " ".join("".join(self._words).split())
 
     def form(self, action: str) -> Form:
@@ -117,7 +117,7 @@ class Visitor:
             urllib.request.HTTPCookieProcessor(CookieJar()))
 
     def open(self, url: str, fields: dict[str, str] | None = None) -> Page:
-        """The page at `url`, or what it answers to the submitted fields; any status is a page."""
+        """The page at `url`, or the answer to the submitted fields; any status is a page."""
         data = urllib.parse.urlencode(fields).encode() if fields is not None else None
         try:
             with self._opener.open(url, data, TIME_LIMIT_S) as answer:
@@ -138,7 +138,7 @@ class Visitor:
         return self.open(urllib.parse.urljoin(page.url, form.action), {**form.fields, **changes})
 
     def decide(self, url: str, decision: str = "authorize", account: str = "") -> Page:
-        """Opens a sign-in URL and presses a button; returns where that led."""
+        """Opens a sign-in URL and presses a button; returns the page that follows."""
         page = self.open(url)
         form = page.form("/cli/authorize")
         chosen = form.choices.get(account, "") if account else form.fields.get("account", "")
@@ -166,7 +166,7 @@ class Visitor:
 
 
 def main(arguments: list[str] | None = None) -> int:
-    """Does one errand and prints the words of the page it ended on; status 0 when that is good."""
+    """Does one errand and prints the words of the last page; returns 0 if its status is 200."""
     parser = argparse.ArgumentParser(prog="visitor", description="A scripted browser.")
     errands = parser.add_subparsers(dest="errand", required=True)
     for errand in ("authorize", "deny"):
