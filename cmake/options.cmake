@@ -49,7 +49,7 @@ target_compile_definitions(quorvane_product INTERFACE _GLIBCXX_ASSERTIONS)
 
 # An option that the compiler does not know is left out here; the hardening check looks at the
 # built program, so that a silent loss is noticed.  -fno-strict-overflow is not among them: it makes
-# signed overflow wrap, and what wraps does not trap.
+# signed overflow wrap instead of trap.
 if(NOT QUORVANE_SANITIZE)
     set(hardening -fstack-protector-strong -fstack-clash-protection -ftrivial-auto-var-init=zero
         -fno-delete-null-pointer-checks)

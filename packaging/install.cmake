@@ -1,5 +1,5 @@
-# What `cmake --install` puts where.  The folders are those of GNUInstallDirs and can be changed
-# through its variables; nothing is installed outside them.
+# The files that `cmake --install` installs.  Their folders are those of GNUInstallDirs and can be
+# changed through its variables; nothing is installed outside them.
 include(GNUInstallDirs)
 
 option(QUORVANE_DEBIAN_LAYOUT "Install completions and changelog where Debian wants them" OFF)
@@ -58,7 +58,7 @@ install(FILES packaging/copyright CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDI
 
 include(packaging/libraries.cmake)
 
-# What is linked into the program comes with its conditions.
+# The licences of the libraries that are linked into the program.
 if(QUORVANE_STATIC)
     foreach(library ${QUORVANE_LIBRARIES})
         quorvane_owner(lib${library}.a package)
@@ -78,7 +78,7 @@ if(QUORVANE_DEBIAN_LAYOUT)
     quorvane_install_compressed(${PROJECT_BINARY_DIR}/install/changelog ${CMAKE_INSTALL_DOCDIR})
 endif()
 
-# A program carries nothing that it does not need to run, not even the compiler's name.
+# A program contains nothing that it does not need to run, not even the compiler's name.
 install(CODE "
     if(CMAKE_INSTALL_DO_STRIP)
         execute_process(COMMAND_ERROR_IS_FATAL ANY COMMAND \"${CMAKE_STRIP}\" --strip-all

@@ -1,4 +1,4 @@
-# The libraries that are linked into the program or needed by it, and whose they are.
+# The libraries that are linked into the program or needed by it, and their suppliers.
 
 # One of each package; libcrypto.a names what it was built to need itself.
 set(QUORVANE_LIBRARIES stdc++ c ssl)

@@ -1,4 +1,4 @@
-# Runs before CPack packs: folders were made under the mask of whoever builds.
+# Runs before CPack packs, because folders were made under the mask of the user who builds.
 file(GLOB_RECURSE paths LIST_DIRECTORIES true "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*")
 foreach(path IN LISTS paths)
     if(IS_DIRECTORY "${path}")

@@ -13,7 +13,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_PACKAGE_HOMEPAGE https://quorvane.example)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# Loaded on the first TLS use, so that what the program is linked to does not show it.
+# Loaded on the first TLS use, so that it does not appear among the linked libraries.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "libssl3 (>= 3.0.0) | libssl3t64")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "ca-certificates, xdg-utils")
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION

@@ -31,7 +31,7 @@ set(QUORVANE_SPDX_CREATED "1970-01-01T00:00:00Z")
 if(NOT QUORVANE_EPOCH STREQUAL "")
     string(TIMESTAMP QUORVANE_SPDX_CREATED "%Y-%m-%dT%H:%M:%SZ" UTC)
 endif()
-# What is known now; the files are known when they are installed.
+# The parts known at configuration; the files are added when they are installed.
 configure_file(packaging/quorvane.spdx.json.in install/quorvane.spdx.json.in @ONLY)
 install(CODE "set(spdx_template \"${PROJECT_BINARY_DIR}/install/quorvane.spdx.json.in\")
     set(spdx_document \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DOCDIR}/quorvane.spdx.json\")")

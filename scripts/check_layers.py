@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks that every quoted #include in src/ stays within its layer or goes to an earlier one.
+"""Checks that every quoted #include in src/ names a file of its own layer or of an earlier one.
 
 Also checks the joints that the order alone does not show: OpenSSL's headers appear in one file,
 errno in one, and no header is part of a cycle.  Prints each breach; exits 1 when there is one.
@@ -9,7 +9,7 @@ import re
 import sys
 from pathlib import Path
 
-# What each layer may include beside itself.
+# The layers that each layer may include beside itself.
 ALLOWED = {
     "support": [],
     "json": ["support"],

@@ -1,4 +1,4 @@
-"""What can go wrong with each kernel call: the table that the fault sweep is driven by."""
+"""The errors of each kernel call: the table of the fault sweep."""
 
 from __future__ import annotations
 
@@ -64,21 +64,21 @@ ERRORS: dict[str, str] = {
     "recvfrom": "EAGAIN ECONNREFUSED ENOMEM EINTR",
     "shutdown": "ENOTCONN",
 }
-# The forms that newer architectures have instead.
+# The replacements on newer architectures.
 for _old, _new in (("rename", "renameat2"), ("unlink", "unlinkat"), ("mkdir", "mkdirat"),
                    ("access", "faccessat"), ("fork", "clone"), ("poll", "ppoll")):
     ERRORS[_new] = ERRORS[_old]
 
 RESULTS: dict[str, str] = {"read": "0 1", "write": "0 1", "sendto": "1", "recvfrom": "0 5",
                            "getrandom": "0 1", "poll": "0", "ppoll": "0", "brk": "0"}
-"""Answers that are no errors: an early end, a short count, a wait that runs out.  (brk(2): the
-kernel answers a request that it refuses with the old break, so with less than was asked for.)"""
+"""Results that are not errors: an early end, a short count, a wait that runs out.  (brk(2): the
+kernel answers a refused request with the old break.)"""
 
 NEVER_FAIL = ("execve", "exit_group", "futex", "restart_syscall")
 """The first makes the process; the others cannot fail, a futex's wake included."""
 
 PASSING = ("EINTR", "EAGAIN", "EEXIST")
-"""Conditions that no machine keeps up for ever."""
+"""Errors that no machine returns for ever."""
 
 
 class Fault(NamedTuple):
@@ -90,9 +90,9 @@ class Fault(NamedTuple):
     limit: str = ""
     """An option of prlimit."""
     path: str = ""
-    """Only calls on this path; OPENER stands for the laboratory's."""
+    """Only calls on this path; OPENER means the laboratory's."""
     loader: bool = False
-    """The system's loader may be what fails."""
+    """The system's loader may fail."""
     no_memory: bool = False
     """The documented abort is an answer to this."""
     no_removal: bool = False
@@ -100,7 +100,7 @@ class Fault(NamedTuple):
     harmless: bool = False
     """The command has to succeed all the same."""
     grave: bool = False
-    """The command must not say that it succeeded: a file was not surely written or removed."""
+    """The command must not report success: a file may not have been written or removed."""
 
 
 OPENER = "OPENER"
@@ -126,8 +126,8 @@ def _is_grave(call: Call) -> bool:
 
 
 def jump_of_time(calls: list[Call]) -> tuple[str, ...]:
-    """For a command that waits for a browser: soon after the usual number of looks at the clock,
-    34 years pass.  So what keeps the browser away for ever costs the sweep no five minutes."""
+    """For a command that waits for a browser: soon after the usual number of clock readings,
+    34 years pass.  So a fault that keeps the browser away does not cost the sweep five minutes."""
     if not any(call.name == "accept4" for call in calls):
         return ()
     turn = sum(call.name == "clock_gettime" for call in calls) + 20
@@ -139,7 +139,7 @@ def faults_of(call: Call, tls: bool, later: tuple[str, ...]) -> Iterator[Fault]:
     the latter case `later` happens too."""
     errors = dict.fromkeys(ERRORS[call.name].split())
     effects = [f"error={error}:when={call.turn}" for error in errors]
-    # A short write that is only claimed would spoil the file by itself: limits make real ones.
+    # A pretended short write would itself damage the file: limits cause real ones.
     effects += [f"retval={result}:when={call.turn}" for result in RESULTS.get(call.name, "").split()
                 if result == "0" or call.target != "file"]
     lasting = [effect for effect in effects if not any(error in effect for error in PASSING)]
@@ -156,7 +156,7 @@ def faults_of(call: Call, tls: bool, later: tuple[str, ...]) -> Iterator[Fault]:
 
 
 def joint_faults(calls: list[Call]) -> Iterator[Fault]:
-    """Faults of more than one call, and limits that the kernel itself keeps."""
+    """Faults of more than one call, and limits that the kernel enforces."""
     removals = tuple(f"{name}:error=EIO:when=1+" for name in ("unlink", "rmdir", "unlinkat"))
     for first in calls:
         if first.target == "file" or first.name in ("fsync", "rename", "renameat2"):

@@ -22,7 +22,7 @@ def judge_line(err: str) -> Iterator[str]:
 
 
 def judge_output(command: Command, origin: str, result: Result, lossy: bool) -> Iterator[str]:
-    """Output and status fit together.  `lossy`: what was printed may not have arrived."""
+    """Output and status fit together.  `lossy`: some output may be lost."""
     out = command.out.format(origin=origin)
     if result.status == 0:
         whole = result.out == out and result.err == command.err
@@ -76,7 +76,7 @@ def _judge_mode(path: Path) -> Iterator[str]:
 
 
 def judge_secrets(laboratory: Laboratory, result: Result) -> Iterator[str]:
-    """Secrets stand in the credential file and in the requests, and nowhere else."""
+    """Secrets are in the credential file and in the requests, and nowhere else."""
     service = laboratory.service
     opener = laboratory.opener_log()
     places = {"standard output": result.out, "standard error": result.err, "the opener": opener,
@@ -102,7 +102,7 @@ def judge_secrets(laboratory: Laboratory, result: Result) -> Iterator[str]:
 
 
 def judge_pages(laboratory: Laboratory) -> Iterator[str]:
-    """The browser reads documented pages; a cut one is no worse than a closed connection."""
+    """The browser reads documented pages; a cut one counts like a closed connection."""
     for words in laboratory.service.pages:
         if words and not MESSAGES.explain(words, "browser"):
             yield f"the browser read {words!r}"

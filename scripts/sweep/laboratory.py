@@ -1,4 +1,4 @@
-"""Where a run happens: a network of its own, a home for each worker, commands and their files."""
+"""Surroundings of a run: a private network, a home for each worker, commands and files."""
 
 from __future__ import annotations
 
@@ -20,7 +20,7 @@ from .service import EMAIL, HOST, NEW_TOKEN, PULLED, REFUSAL, TOKEN, Service
 WORK_FILE = "work/quorvane.config.json"
 NEW_FILE = "work/new/folder/c.json"
 TIME_LIMIT_S = 25
-"""Two calls, each with three waits of 10 s at most, of which one fault makes one run out."""
+"""Two calls, each with three waits of 10 s at most; a fault makes one of them run out."""
 
 OPENER = """#!/bin/sh
 printf '%s\\n' "$@" >"$0.log"
@@ -30,7 +30,7 @@ exec /bin/ls -n /proc/self/fd >>"$0.log"
 
 
 def enter(tools: Sequence[str]) -> None:
-    """Goes on in namespaces of its own: network with a name server, mounts, process ids.
+    """Continues in private namespaces: network with a name server, mounts, process ids.
 
     Nothing started inside outlives this process, and no port of the machine is touched.
     """
@@ -44,7 +44,7 @@ def enter(tools: Sequence[str]) -> None:
                               "--kill-child", "--mount-proc", sys.executable, *sys.argv])
     subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
-    # The first process of a namespace is spared what it does not handle.
+    # The first process of a namespace does not get signals that it does not handle.
     signal.signal(signal.SIGTERM, signal.default_int_handler)
 
 
@@ -83,7 +83,7 @@ class Command(NamedTuple):
     name: str
     words: Sequence[str]
     out: str
-    """`{origin}` stands for the origin."""
+    """`{origin}` is replaced by the origin."""
     err: str = ""
     credential: Change = Change(OLD_CREDENTIAL, OLD_CREDENTIAL)
     file: str = WORK_FILE
@@ -100,7 +100,7 @@ class Command(NamedTuple):
 
 
 def credential_file(origin: str) -> str:
-    """Where the credential of an origin is kept."""
+    """The path of an origin's credential file."""
     return f"config/quorvane/{hashlib.sha256(origin.encode()).hexdigest()}.json"
 
 
@@ -200,7 +200,7 @@ class Laboratory:
         return Result(status, out, err, seconds)
 
     def opener_log(self) -> str:
-        """What the launched opener saw of itself; empty when none was launched."""
+        """The launched opener's report on itself; empty if none was launched."""
         log = Path(f"{self.opener}.log")
         return log.read_text() if log.exists() else ""
 

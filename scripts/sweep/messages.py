@@ -12,7 +12,7 @@ _ROW = re.compile(r"\| `(?P<text>[^`]+)` \| (?P<rest>.*)\|")
 
 
 class Message(NamedTuple):
-    """One documented line, `<...>` standing for what changes; without any fixed word, the service
+    """One documented line, with `<...>` for changing parts; if nothing is fixed, the service
     chooses the text."""
 
     text: str
@@ -25,11 +25,11 @@ class Message(NamedTuple):
 
 
 class Messages(NamedTuple):
-    """All that is documented."""
+    """All documented messages."""
 
     messages: list[Message]
     stages: list[str]
-    """The words behind "TLS failed at "."""
+    """The words after "TLS failed at "."""
 
     def explain(self, line: str, stream: str) -> Message | None:
         """The message that `line`, printed to `stream`, is an instance of."""

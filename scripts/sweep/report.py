@@ -62,7 +62,7 @@ class Workers:
 
 
 def title(row: int, tls: bool) -> str:
-    """What a row of COMMANDS is called, over which transport."""
+    """The name of a row of COMMANDS, and its transport."""
     return f"{COMMANDS[row].name} ({'tls' if tls else 'plain'})"
 
 
@@ -73,7 +73,7 @@ def show_violations(row: int, tls: bool, what: str, violations: Iterable[str]) -
 
 
 def argument_parser(description: str, short_count: int) -> argparse.ArgumentParser:
-    """What both sweeps take."""
+    """The arguments of both sweeps."""
     parser = argparse.ArgumentParser(description=description)
     parser.add_argument("program", nargs="?", default=ROOT / "build/release/quorvane", type=Path)
     parser.add_argument("--short", action="store_true", help=f"a sample of {short_count} runs")

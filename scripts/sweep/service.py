@@ -1,6 +1,6 @@
 """The peers of a run: a service of fixed answers, the browser that it sends back, a name server.
 
-The answers are constants, so that the files they lead to are known byte for byte.
+The answers are constants, so that the resulting files are known byte for byte.
 """
 
 from __future__ import annotations
@@ -23,7 +23,7 @@ PULLED: dict[str, Any] = {
     "config": {"id": "p", "units": "metres", "stations": [{"depth": -4.5}, None]}, "revision": 8}
 REFUSAL = "Revision 7 is out of date"
 IDLE_S = 1.5
-"""How long a peer waits for the rest of a request: longer than any delay of a run that works."""
+"""How long a peer waits for the rest of a request: longer than any delay of an unbroken run."""
 
 ANSWERS: dict[str, Any] = {
     "/api/cli/exchange": {"token": NEW_TOKEN, "email": EMAIL},
@@ -60,7 +60,7 @@ def answer_names() -> None:
 
 
 class Service:
-    """The service, over plain HTTP and over TLS, with what it was sent and what its browser read.
+    """The service, over plain HTTP and over TLS; records its requests and the pages of its browser.
 
     `refusing` makes every push meet a conflict.
     """
@@ -112,7 +112,7 @@ class Service:
             connection.close()
 
     def _receive(self, connection: socket.socket) -> bytes:
-        """One request; an incomplete one is kept as sent, and not answered."""
+        """One request; an incomplete one is recorded and not answered."""
         received = b""
         try:
             while True:
@@ -147,7 +147,7 @@ class Service:
         return head.encode() + content
 
     def _browse(self, port: int, state: str) -> None:
-        """The browser comes back, and again when it was not understood, as a person would."""
+        """The browser comes back, and tries again if it was refused, as a person would."""
         request = (f"GET /callback?request=req-1&state={state}&code=c HTTP/1.1\r\n"
                    f"Host: 127.0.0.1:{port}\r\n\r\n").encode()
         for _ in range(8):

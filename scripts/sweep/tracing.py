@@ -1,4 +1,4 @@
-"""Kernel calls seen and tampered with, by strace."""
+"""Watches and changes kernel calls, by strace."""
 
 from __future__ import annotations
 
@@ -20,17 +20,17 @@ class Call(NamedTuple):
 
     name: str
     turn: int
-    """1 for the first of this name: what strace counts by."""
+    """1 for the first call of this name, as strace counts."""
     text: str
     """Its arguments and result."""
     before_main: bool
-    """Made by the system's loader, before the program had its first say."""
+    """Made by the system's loader, before `main`."""
     target: str
-    """What it is made on: `file` (one that the program makes), `socket`, `output`, or nothing."""
+    """Its descriptor's kind: `file` (one that the program writes), `socket`, `output`, or empty."""
 
 
 def watching(log: Path) -> list[str]:
-    """A wrapper that writes all calls down."""
+    """A wrapper that logs all calls."""
     return [STRACE, "-f", "-qq", "--signal=none", "-o", str(log)]
 
 
@@ -54,32 +54,32 @@ def signalling(log: Path, call: Call, signal: str) -> list[str]:
 
     KILL prevents the call.  Any other signal takes effect after it, or interrupts it if it waits.
     """
-    # Without --seccomp-bpf: at the stops that it makes a signal comes too late, after the call.
+    # Without --seccomp-bpf: at its stops a signal would arrive too late, after the call.
     return [STRACE, "-f", "-qq", "--signal=none", "-o", str(log), "-e", f"trace={call.name}",
             "-e", f"inject={call.name}:signal={signal}:when={call.turn}"]
 
 
 class Tampering(NamedTuple):
-    """What a log tells about a run."""
+    """The facts of a run that are in its log."""
 
     happened: bool
     output_lost: bool
-    """Something that was to be printed was not, or not all of it."""
+    """Some output was not written, or not all of it."""
 
 
 def read_tampering(log: Path) -> Tampering:
-    """Whether a call was broken, and one that prints."""
+    """Whether a call that prints was broken."""
     broken = [line for line in _whole_lines(log) if "(INJECTED" in line]
     return Tampering(bool(broken), any(re.search(r"write\([12],", line) for line in broken))
 
 
 def limiting(option: str) -> list[str]:
-    """A wrapper that lets the kernel keep a limit."""
+    """A wrapper that lets the kernel enforce a limit."""
     return [PRLIMIT, option]
 
 
 def _whole_lines(log: Path) -> Iterator[str]:
-    """The lines, those put together that were cut by another process's."""
+    """The lines, with the parts joined of those that another process interrupted."""
     cut: dict[str, str] = {}
     for line in log.read_text(errors="replace").splitlines():
         if line.endswith("<unfinished ...>"):
@@ -102,7 +102,7 @@ def read_calls(log: Path) -> list[Call]:
         if not found or found[1] != (program := program or found[1]):
             continue
         name, text = found[2], found[3]
-        # The first thing `main` does: see whether the standard streams are open.
+        # The first step of `main`: check whether the standard streams are open.
         before_main = before_main and not (name == "fcntl" and text.startswith("0, F_GETFD"))
         turns[name] = turns.get(name, 0) + 1
         target = targets.get(re.split("[^0-9]", text)[0], "")
