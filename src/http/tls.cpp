@@ -19,7 +19,7 @@
 namespace quorvane {
 namespace {
 
-/// All that is taken from OpenSSL.
+/// Every function that is taken from OpenSSL.
 #define QUORVANE_OPENSSL_FUNCTIONS(USE)   \
     USE(OpenSSL_version_num)              \
     USE(TLS_client_method)                \
@@ -46,7 +46,7 @@ struct OpenSsl {
 #undef QUORVANE_FIELD
 };
 
-// Process-wide: the library is loaded once, and one text is kept of the last failure.
+// Process-wide: the library is loaded once, and the text of the last failure is kept.
 OpenSsl openssl;
 bool openssl_loaded = false;
 std::string_view last_error;
@@ -66,8 +66,8 @@ bool find_function(void* library, const char* name, Function*& function) {
 }
 
 bool fill_table(OpenSsl& table) {
-    // dlsym(3) searches what a library depends on too, so libcrypto.so.3 is found through it.  It
-    // stays loaded: the process ends soon, and its exit handlers belong to it.
+    // dlsym(3) also searches the libraries that this one depends on, so it finds libcrypto.so.3.
+    // Both stay loaded: the process ends soon, and their exit handlers belong to them.
     void* const library = ::dlopen("libssl.so.3", RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) return false;
     bool found = true;
@@ -93,7 +93,7 @@ ConnectResult connect_tcp(const TlsSettings& settings) {
     ConnectResult tcp = settings.host == "localhost"
                             ? connect_ipv6("::1", settings.port, timeout_ms)
                             : connect_host(settings.host, settings.port, timeout_ms);
-    // OpenSSL waits inside the socket calls, so the socket itself has to bound them.
+    // OpenSSL waits inside the socket calls, so the socket itself has to limit them.
     tcp.ok = tcp.ok && set_socket_timeouts(tcp.fd.get(), settings.timeout_ms);
     return tcp;
 }
@@ -103,7 +103,7 @@ bool load_trust_store(ssl_ctx_st* context, const std::string& file) {
     return openssl.SSL_CTX_load_verify_locations(context, file.c_str(), nullptr) == 1;
 }
 
-/// The name as certificates have it.  A lone dot stays: to OpenSSL no name means no check.
+/// The name as certificates have it.  A lone dot stays: an empty name would turn the check off.
 std::string certified_name(std::string host) {
     if (host.size() > 1 && host.ends_with('.')) host.pop_back();
     return host;
@@ -114,12 +114,6 @@ bool set_server_name(ssl_st* session, std::string& name) {
                             name.data()) == 1;
 }
 
-// signal(7): on a socket with a time limit a process that was stopped and continued gets EINTR,
-// here and in the calls below; OpenSSL then takes the same call once more.
-int handshake(ssl_st* session) {
-    return kernel::retry_interrupted([session] { return openssl.SSL_connect(session); });
-}
-
 std::nullopt_t failed(std::string_view message) {
     last_error = message;
     return std::nullopt;
@@ -127,32 +121,9 @@ std::nullopt_t failed(std::string_view message) {
 
 }  // namespace
 
-void FreeTlsContext::operator()(ssl_ctx_st* context) const { openssl.SSL_CTX_free(context); }
+void FreeTls::operator()(ssl_ctx_st* context) const { openssl.SSL_CTX_free(context); }
 
-void FreeTlsSession::operator()(ssl_st* session) const { openssl.SSL_free(session); }
-
-TlsConnection::TlsConnection(FdHandle fd, TlsContext context, TlsSession session,
-                             std::int64_t timeout_ms)
-    : fd_(std::move(fd)),
-      context_(std::move(context)),
-      session_(std::move(session)),
-      timeout_ms_(timeout_ms) {}
-
-TlsConnection::~TlsConnection() { close(); }
-
-bool TlsConnection::wait_writable() const {
-    return wait_ready(fd_.get(), POLLOUT, timeout_ms_) > 0;
-}
-
-void TlsConnection::close() {
-    if (session_ == nullptr) return;
-    // A peer that reads nothing must not hold up the farewell.
-    static_cast<void>(set_non_blocking(fd_.get()));
-    openssl.SSL_shutdown(session_.get());
-    session_.reset();
-    context_.reset();
-    fd_.close();
-}
+void FreeTls::operator()(ssl_st* session) const { openssl.SSL_free(session); }
 
 std::optional<TlsConnection> tls_connect(TlsSettings settings) {
     if (!settings_in_range(settings)) return failed("TLS failed at configuration");
@@ -176,25 +147,30 @@ std::optional<TlsConnection> tls_connect(TlsSettings settings) {
     if (openssl.SSL_set_fd(session.get(), tcp.fd.get()) != 1) {
         return failed("TLS failed at socket_attach");
     }
-    if (handshake(session.get()) != 1) return failed("TLS failed at handshake");
-    // The verify mode has already stopped a bad chain; this holds even if that ever changed.
+    // signal(7): on a socket with a time limit a process that was stopped and continued gets EINTR,
+    // here and in the calls below; OpenSSL then accepts the same call once more.
+    const int shaken =
+        kernel::retry_interrupted([&session] { return openssl.SSL_connect(session.get()); });
+    if (shaken != 1) return failed("TLS failed at handshake");
+    // The verify mode has already stopped a bad chain; this check holds even if that changes.
     if (openssl.SSL_get_verify_result(session.get()) != X509_V_OK) {
         return failed("TLS failed at certificate_verification");
     }
     last_error = {};
-    return TlsConnection(std::move(tcp.fd), std::move(context), std::move(session),
-                         settings.timeout_ms);
+    return TlsConnection{std::move(tcp.fd), std::move(context), std::move(session),
+                         settings.timeout_ms};
 }
 
 bool tls_write(TlsConnection& connection, std::string_view bytes) {
-    // One record at a time, each after a wait of our own: a writable socket has room for one, and
+    // One record at a time, each after a wait of our own: a writable socket has space for one, and
     // SO_SNDTIMEO alone would count again after every partial write inside SSL_write.
-    constexpr std::size_t kRecordBytes = 16'384;
+    constexpr std::size_t kMaxRecordBytes = 16'384;
     while (!bytes.empty()) {
-        if (!connection.wait_writable()) return false;
-        const std::size_t size = std::min(bytes.size(), kRecordBytes);
-        const int written = kernel::retry_interrupted([&connection, bytes, size] {
-            return openssl.SSL_write(connection.session(), bytes.data(), static_cast<int>(size));
+        if (wait_ready(connection.fd.get(), POLLOUT, connection.timeout_ms) <= 0) return false;
+        const std::string_view record = bytes.substr(0, kMaxRecordBytes);
+        const int written = kernel::retry_interrupted([&connection, record] {
+            return openssl.SSL_write(connection.session.get(), record.data(),
+                                     static_cast<int>(record.size()));
         });
         if (written <= 0) return false;
         bytes.remove_prefix(static_cast<std::size_t>(written));
@@ -203,23 +179,23 @@ bool tls_write(TlsConnection& connection, std::string_view bytes) {
 }
 
 ReceiveResult tls_read(TlsConnection& connection, ByteBuffer& into, std::int64_t max_bytes) {
-    ReceiveResult result;
-    const int room = static_cast<int>(std::clamp<std::int64_t>(max_bytes, 1, kMaxReceiveBytes));
-    char* const spare = into.spare(static_cast<std::size_t>(room));
-    const int count = kernel::retry_interrupted(
-        [&connection, spare, room] { return openssl.SSL_read(connection.session(), spare, room); });
-    result.end_of_stream = count == 0;
-    // socket(7), SO_RCVTIMEO: a receive that waited its limit out fails with EAGAIN.
-    result.timed_out = count == -EAGAIN;
-    if (count < 0 && !result.timed_out) result.error = count;
-    if (count > 0) {
-        into.commit(static_cast<std::size_t>(count));
-        result.count = count;
-    }
-    return result;
+    const int size = static_cast<int>(std::clamp<std::int64_t>(max_bytes, 1, kMaxReceiveBytes));
+    char* const spare = into.spare(static_cast<std::size_t>(size));
+    const int count = kernel::retry_interrupted([&connection, spare, size] {
+        return openssl.SSL_read(connection.session.get(), spare, size);
+    });
+    // socket(7), SO_RCVTIMEO: a receive that waited for all of its limit fails with EAGAIN.
+    if (count == -EAGAIN) return {.timed_out = true};
+    if (count < 0) return {.error = count};
+    into.commit(static_cast<std::size_t>(count));
+    return {.count = count, .end_of_stream = count == 0};
 }
 
-void tls_close(TlsConnection& connection) { connection.close(); }
+void tls_close(TlsConnection connection) {
+    // In blocking mode a peer that reads nothing would delay the end.
+    static_cast<void>(set_non_blocking(connection.fd.get()));
+    openssl.SSL_shutdown(connection.session.get());
+}
 
 std::string_view last_tls_error() { return last_error; }
 

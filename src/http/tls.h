@@ -10,7 +10,7 @@
 #include "support/bytes.h"
 #include "support/fd.h"
 
-// OpenSSL's own records, named here so that its headers stay out of this one.
+// OpenSSL's own types, declared here so that this header does not include OpenSSL's.
 struct ssl_ctx_st;
 struct ssl_st;
 
@@ -23,48 +23,28 @@ struct ssl_st;
 namespace quorvane {
 
 struct TlsSettings {
-    /// A name or a literal: connected to, sent as SNI, and what must be certified.  A trailing dot
-    /// is for the name server alone (RFC 6066 3: SNI has none; no certificate has one either).
+    /// A name or a literal: connected to, sent as SNI, and required in the certificate.  A trailing
+    /// dot is for the name server alone (RFC 6066 3: SNI has none; no certificate has one either).
     std::string host;
     std::int32_t port = 443;      ///< 1 to 65535.
     std::int64_t timeout_ms = 0;  ///< 1 to 600000; connecting takes at most kMaxSocketWaitMs of it.
     std::string trust_store_file;  ///< PEM certificates to trust; empty for OpenSSL's own places.
 };
 
-struct FreeTlsContext {
+struct FreeTls {
     void operator()(ssl_ctx_st* context) const;
-};
-struct FreeTlsSession {
     void operator()(ssl_st* session) const;
 };
-using TlsContext = std::unique_ptr<ssl_ctx_st, FreeTlsContext>;
-using TlsSession = std::unique_ptr<ssl_st, FreeTlsSession>;
+using TlsContext = std::unique_ptr<ssl_ctx_st, FreeTls>;
+using TlsSession = std::unique_ptr<ssl_st, FreeTls>;
 
-/// An established connection with its socket.  Destroying it closes it like `tls_close`.
-class TlsConnection {
-  public:
-    TlsConnection(FdHandle fd, TlsContext context, TlsSession session, std::int64_t timeout_ms);
-    TlsConnection(TlsConnection&&) noexcept = default;
-    TlsConnection& operator=(TlsConnection&&) = delete;
-    TlsConnection(const TlsConnection&) = delete;
-    TlsConnection& operator=(const TlsConnection&) = delete;
-    ~TlsConnection();
-
-    [[nodiscard]] ssl_st* session() const { return session_.get(); }
-
-    /// Waits until the peer takes more, for the time limit at most.
-    [[nodiscard]] bool wait_writable() const;
-
-    /// Tells the peer, without waiting for its answer or for room to send, and gives everything
-    /// back.  Nothing can be read or written afterwards.
-    void close();
-
-  private:
-    // In this order, so that what stands later goes first.
-    FdHandle fd_;
-    TlsContext context_;
-    TlsSession session_;
-    std::int64_t timeout_ms_;
+/// An established connection.  Destroying it frees everything; `tls_close` also tells the peer.
+struct TlsConnection {
+    // In this order, so that the session is freed first and the socket closed last.
+    FdHandle fd;
+    TlsContext context;
+    TlsSession session;
+    std::int64_t timeout_ms = 0;
 };
 
 /// Connects and runs the handshake; the certificate must be valid for `host`, as an address if it
@@ -76,11 +56,11 @@ class TlsConnection {
 /// - "configuration": a setting is out of its range, or OpenSSL cannot be loaded
 /// - "tcp_connect": the name does not resolve, or no address of it answers
 /// - "context_create", "session_create", "server_name", "host_verification_setup",
-///   "socket_attach": OpenSSL refused, which takes a lack of memory or an absurd host
+///   "socket_attach": OpenSSL refused, for lack of memory or because of an impossible host
 /// - "trust_store": `trust_store_file` cannot be read or holds no certificate
 /// - "handshake": the peer is silent or no TLS server, shares no protocol version with us, or
 ///   shows a certificate that does not verify
-/// - "certificate_verification": asked once more after the handshake
+/// - "certificate_verification": the result of the check, read once more after the handshake
 [[nodiscard]] std::optional<TlsConnection> tls_connect(TlsSettings settings);
 
 /// Writes every byte.  False when the peer is gone or takes nothing for the time limit.
@@ -92,7 +72,8 @@ class TlsConnection {
 [[nodiscard]] ReceiveResult tls_read(TlsConnection& connection, ByteBuffer& into,
                                      std::int64_t max_bytes);
 
-void tls_close(TlsConnection& connection);
+/// Tells the peer, without waiting for its answer or until it reads, and frees everything.
+void tls_close(TlsConnection connection);
 
 /// The process's last TLS failure, empty after a `tls_connect` that succeeded.
 [[nodiscard]] std::string_view last_tls_error();

@@ -58,11 +58,16 @@ TransportResult TlsTransport::round_trip(std::string_view host, std::string_view
                                                            .port = port_,
                                                            .timeout_ms = timeout_ms,
                                                            .trust_store_file = trust_store_file_});
-    if (!connection || !tls_write(*connection, request)) return {};
-    return receive_response(max_bytes, kDefaultMaxBodyBytes,
-                            [&connection](ByteBuffer& into, std::int64_t most) {
-                                return tls_read(*connection, into, most);
-                            });
+    TransportResult result;
+    if (!connection) return result;
+    if (tls_write(*connection, request)) {
+        result = receive_response(max_bytes, kDefaultMaxBodyBytes,
+                                  [&connection](ByteBuffer& into, std::int64_t most) {
+                                      return tls_read(*connection, into, most);
+                                  });
+    }
+    tls_close(std::move(*connection));
+    return result;
 }
 
 }  // namespace quorvane
