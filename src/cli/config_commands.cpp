@@ -14,7 +14,7 @@
 namespace quorvane {
 namespace {
 
-// The service's own members: they describe the project and are not configuration.
+// These members of the service's object describe the project and are not configuration.
 constexpr std::string_view kServiceMembers[] = {"id", "publicKey", "name"};
 
 JsonValue pull_request(std::string_view project) {
@@ -29,8 +29,8 @@ JsonValue push_request(std::string_view project, JsonValue revision, JsonValue c
 /// Returns the message of the write that failed, or nothing.
 std::string_view write_both_files(const ConfigTarget& target, const ServiceOrigin& origin,
                                   JsonView config, JsonView revision) {
-    // Ctrl-C between the two would leave this configuration under another one's record, and the
-    // next push would send it there.
+    // Ctrl-C between the two would leave this configuration with the metadata of another project,
+    // and the next push would send it there.
     const SignalHold hold;
     if (!write_config_file(target.file, config)) return "Cannot write configuration";
     if (!write_sync_metadata(metadata_path(target.file), target.project, origin.text, revision)) {
@@ -43,10 +43,10 @@ std::string_view write_both_files(const ConfigTarget& target, const ServiceOrigi
 
 int run_config_pull(const ServiceOrigin& origin, std::string_view token,
                     const ConfigTarget& target) {
-    std::optional<JsonValue> answer =
+    std::optional<JsonValue> response =
         call_service(origin, "/api/v1/project", pull_request(target.project), token);
-    if (!answer) return 1;
-    JsonValue project = json_take_member(std::move(*answer), "project");
+    if (!response) return 1;
+    JsonValue project = json_take_member(std::move(*response), "project");
     const JsonValue revision = json_copy(json_member(project, "revision"));
     const JsonValue config =
         json_without_members(json_take_member(std::move(project), "config"), kServiceMembers);
@@ -70,10 +70,10 @@ int run_config_push(const ServiceOrigin& origin, std::string_view token,
 
     const JsonValue request =
         push_request(target.project, std::move(metadata.revision), std::move(config));
-    const std::optional<JsonValue> answer =
+    const std::optional<JsonValue> response =
         call_service(origin, "/api/v1/project-configure", request, token);
-    if (!answer) return 1;
-    const JsonView revision = json_member(json_member(*answer, "project"), "revision");
+    if (!response) return 1;
+    const JsonView revision = json_member(json_member(*response, "project"), "revision");
     if (!write_sync_metadata(metadata_file, target.project, origin.text, revision)) {
         return fail("Configuration saved remotely; pull again to refresh local metadata");
     }

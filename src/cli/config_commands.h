@@ -13,14 +13,15 @@ struct ConfigTarget {
 };
 
 /// Writes the project's configuration, without the members "id", "publicKey" and "name", and its
-/// revision metadata.  Returns the exit status; every failure has printed its line, and only
-/// "Cannot write revision metadata" leaves a changed file behind: the new configuration.
+/// revision metadata.  Returns the exit status; every failure has printed its line.  After "Cannot
+/// write revision metadata" the configuration is the new one, after any other failure no file has
+/// changed.
 [[nodiscard]] int run_config_pull(const ServiceOrigin& origin, std::string_view token,
                                   const ConfigTarget& target);
 
-/// Sends the configuration file as it stands, with the recorded revision, for the service to
-/// judge.  Without metadata of the same project and origin nothing is sent.  Returns the exit
-/// status; the configuration file is never written, the metadata only after the service accepted.
+/// Sends the configuration file unchanged, with the recorded revision; the service decides.
+/// Without metadata of the same project and origin nothing is sent.  Returns the exit status.  The
+/// configuration file is never written, and the metadata only after the service has accepted.
 [[nodiscard]] int run_config_push(const ServiceOrigin& origin, std::string_view token,
                                   const ConfigTarget& target);
 

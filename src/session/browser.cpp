@@ -1,7 +1,5 @@
 #include "session/browser.h"
 
-#include <vector>
-
 #include "support/process.h"
 #include "support/syscall.h"
 #include "support/text.h"
@@ -30,27 +28,23 @@ namespace {
 
 std::optional<std::string> find_executable(std::string_view name) {
     if (name.find('/') != std::string_view::npos) return std::string(name);
-    std::string_view rest = lookup_env("PATH").value_or("/usr/local/bin:/usr/bin:/bin");
-    while (!rest.empty()) {
-        const TextSplit split = split_once(rest, ':');
-        rest = split.after;
-        if (split.before.empty()) continue;
-        std::string candidate(split.before);
+    const std::string_view path = lookup_env("PATH").value_or("/usr/local/bin:/usr/bin:/bin");
+    for (const std::string_view directory : split(path, ':')) {
+        if (directory.empty()) continue;
+        std::string candidate(directory);
         candidate.append("/").append(name);
         if (kernel::access(candidate.c_str(), X_OK) >= 0) return candidate;
     }
     return std::nullopt;
 }
 
-bool launch_browser(std::span<const std::string> command, unsigned user_umask) {
+bool launch_browser(std::vector<std::string> command, unsigned user_umask) {
     if (command.empty()) return false;
     const std::optional<std::string> path = find_executable(command.front());
     if (!path) return false;
 
-    std::vector<std::string> texts(command.begin(), command.end());
     std::vector<char*> arguments;
-    arguments.reserve(texts.size() + 1);
-    for (std::string& text : texts) arguments.push_back(text.data());
+    for (std::string& text : command) arguments.push_back(text.data());
     arguments.push_back(nullptr);
 
     const long child = kernel::fork();

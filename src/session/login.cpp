@@ -2,12 +2,12 @@
 
 #include <poll.h>
 
-#include <algorithm>
 #include <optional>
 #include <string>
 #include <utility>
 
 #include "http/message.h"
+#include "http/reader.h"
 #include "json/value.h"
 #include "net/socket.h"
 #include "session/api_client.h"
@@ -22,9 +22,9 @@
 namespace quorvane {
 namespace {
 
-constexpr std::int64_t kLoginLimitMs = 300'000;
-constexpr std::int64_t kConnectionLimitMs = 5'000;
-constexpr std::int64_t kWaitMs = 1'000;
+constexpr std::int64_t kLoginTimeoutMs = 300'000;
+constexpr std::int64_t kConnectionTimeoutMs = 5'000;
+constexpr std::int64_t kWaitTimeoutMs = 1'000;
 constexpr std::int64_t kRetryPauseMs = 50;
 constexpr std::size_t kMaxHeadBytes = 8'192;
 
@@ -33,7 +33,7 @@ struct LoginListener {
     std::int32_t port = 0;
 };
 
-/// The browser's connection, held open until its answer is known.
+/// The browser's connection, which stays open until the response to it is known.
 struct Callback {
     FdHandle connection;
     std::string code;
@@ -67,23 +67,19 @@ std::optional<JsonValue> exchange_code(const ServiceOrigin& origin,
 void show_url(const std::string& url, const LoginOptions& options) {
     print_line(Stream::kOutput, "Open this URL to authorize the CLI:\n" + url);
     if (!options.open_browser) return;
-    const std::string command[] = {"xdg-open", url};
-    launch_browser(command, options.user_umask);
+    launch_browser({"xdg-open", url}, options.user_umask);
 }
 
-// One head of at most kMaxHeadBytes.  A wait that brings nothing gives the connection up, so that
-// the silent extra connection that browsers open costs a second.
+// Reads one head of at most kMaxHeadBytes.  A wait in which nothing arrives ends the reading, so
+// that the silent extra connection that browsers open costs one second.
 ByteBuffer read_request_head(int fd) {
-    constexpr std::string_view kHeadEnd = "\r\n\r\n";
-    const std::int64_t deadline = monotonic_ms() + kConnectionLimitMs;
+    const std::int64_t deadline = monotonic_ms() + kConnectionTimeoutMs;
     ByteBuffer head;
     while (head.size() < kMaxHeadBytes && monotonic_ms() < deadline) {
         const std::size_t seen = head.size();
-        const auto room = static_cast<std::int64_t>(kMaxHeadBytes - seen);
-        if (receive_some(fd, head, room, kWaitMs).count <= 0) break;
-        // The end may have begun in the last three bytes that were there before.
-        const std::size_t from = seen - std::min(seen, kHeadEnd.size() - 1);
-        if (head.view().find(kHeadEnd, from) != std::string_view::npos) break;
+        const auto allowed = static_cast<std::int64_t>(kMaxHeadBytes - seen);
+        if (receive_some(fd, head, allowed, kWaitTimeoutMs).count <= 0) break;
+        if (head_size(head.view(), seen) != 0) break;
     }
     return head;
 }
@@ -101,21 +97,21 @@ HttpResponse connected_response() {
     return response;
 }
 
-// Turns away every request that is not the one expected, until that one comes or time is up.
+// Refuses every request but the expected one, until that one comes or the time is over.
 std::optional<Callback> wait_for_callback(int listener, std::string_view state,
                                           std::string_view request_identifier) {
-    const std::int64_t deadline = monotonic_ms() + kLoginLimitMs;
-    // Waits are counted too: a clock that the system refuses to read stands still at 0.
-    std::int64_t waits_left = kLoginLimitMs / kWaitMs;
+    const std::int64_t deadline = monotonic_ms() + kLoginTimeoutMs;
+    // Waits are counted too, because a clock that cannot be read stays at 0.
+    std::int64_t waits_left = kLoginTimeoutMs / kWaitTimeoutMs;
     while (monotonic_ms() < deadline && waits_left > 0) {
-        if (wait_ready(listener, POLLIN, kWaitMs) <= 0) {
+        if (wait_ready(listener, POLLIN, kWaitTimeoutMs) <= 0) {
             --waits_left;
             continue;
         }
         FdHandle connection = accept_connection(listener);
         if (!connection.valid()) {
-            // Out of descriptors, say: the connection stays ready, and asking again at once would
-            // only burn time.
+            // Without a free descriptor, for instance, the connection stays ready: asking again at
+            // once would use the processor for nothing.
             pause_ms(kRetryPauseMs);
             continue;
         }

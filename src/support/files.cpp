@@ -17,14 +17,14 @@ FdHandle create_exclusively(const std::string& path) {
 
 bool write_and_sync(FdHandle fd, std::string_view bytes) {
     while (!bytes.empty()) {
-        // No handler is ever installed, so EINTR is no passing event here: it is a failure like
-        // any other, and the old file stays.
+        // EINTR is not retried: no signal handler is ever installed, so it is an error like any
+        // other, and the old file stays.
         const long written = kernel::write(fd.get(), bytes.data(), bytes.size());
         if (written <= 0) return false;
         bytes.remove_prefix(static_cast<std::size_t>(written));
     }
     const bool synchronised = kernel::fsync(fd.get()) >= 0;
-    // Some file systems report a failed write only here.
+    // Some file systems report a failed write only when the file is closed.
     return fd.close() >= 0 && synchronised;
 }
 
@@ -61,16 +61,16 @@ ByteBuffer read_whole_file(std::string_view path, std::int64_t max_bytes) {
     const FileStatus status = stat_path(path);
     if (status.kind != FileKind::kRegular || status.size < 0) return bytes;
     if (status.size > max_bytes) return bytes;
-    // O_NONBLOCK means nothing for a regular file; a FIFO that has taken its place since would
+    // O_NONBLOCK has no effect on a regular file; a FIFO that has replaced it since then would
     // otherwise block the open until somebody writes to it.
     const FdHandle fd(kernel::open(status.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!fd.valid()) return bytes;
 
     const auto size = static_cast<std::size_t>(status.size);
-    char* room = bytes.spare(size + 1);
+    char* const spare = bytes.spare(size + 1);
     std::size_t filled = 0;
     while (filled < size) {
-        const long got = kernel::read(fd.get(), room + filled, size - filled);
+        const long got = kernel::read(fd.get(), spare + filled, size - filled);
         if (got <= 0) break;
         filled += static_cast<std::size_t>(got);
     }

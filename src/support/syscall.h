@@ -116,7 +116,7 @@ inline long close(int fd) { return detail::call(SYS_close, fd); }
     return detail::call(SYS_unlinkat, AT_FDCWD, path, AT_REMOVEDIR);
 #endif
 }
-/// Tests with the real user and group, as access(2) does; `mode` is X_OK and its kin.
+/// Tests with the real user and group, as access(2) does; `mode` is X_OK, for instance.
 [[nodiscard]] inline long access(const char* path, int mode) {
 #ifdef SYS_access
     return detail::call(SYS_access, path, mode);
@@ -127,7 +127,7 @@ inline long close(int fd) { return detail::call(SYS_close, fd); }
 
 // The process, its children and its signals.
 
-/// Returns the mask that stood before.
+/// Returns the previous mask.
 [[nodiscard]] inline long umask(mode_t mask) { return detail::call(SYS_umask, mask); }
 [[nodiscard]] inline long getpid() { return detail::call(SYS_getpid); }
 /// 0 in the child, the child's process id in the parent.
@@ -163,8 +163,7 @@ inline long set_signal(int number, void (*disposition)(int)) {
 /// A set of signals as the kernel has it.
 using SignalMask = std::uint64_t;
 constexpr SignalMask signal_bit(int number) { return SignalMask{1} << (number - 1); }
-/// `how` is SIG_BLOCK or SIG_SETMASK; puts the mask that was in force before into `*previous`
-/// unless that is null.
+/// `how` is SIG_BLOCK or SIG_SETMASK; stores the previous mask in `*previous` unless that is null.
 inline long sigprocmask(int how, SignalMask mask, SignalMask* previous) {
     return detail::call(SYS_rt_sigprocmask, how, &mask, previous, sizeof mask);
 }
