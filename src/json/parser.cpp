@@ -86,9 +86,9 @@ const char* skip_blanks(const char* at) {
     if (static_cast<unsigned char>(*at) > ' ') return at;
     if (static_cast<unsigned char>(*++at) > ' ' && at[-1] == ' ') return at;
     --at;
-    for (;; at += kScanWidth) {
+    for (;; at += scan::kWidth) {
         const std::size_t run = scan::blank_run(at);
-        if (run < kScanWidth) return at + run;
+        if (run < scan::kWidth) return at + run;
     }
 }
 
@@ -97,9 +97,9 @@ const char* skip_blanks(const char* at) {
 // The first byte that does not stand for itself.  Stepping by a constant lets the processor look
 // at the next bytes before it knows whether it has to.
 const char* skip_text(const char* at) {
-    for (;; at += kScanWidth) {
+    for (;; at += scan::kWidth) {
         const std::size_t run = scan::text_run(at);
-        if (run < kScanWidth) return at + run;
+        if (run < scan::kWidth) return at + run;
     }
 }
 
@@ -198,11 +198,11 @@ Cursor decode_string(Parser& parser, Cursor cursor) {
     const char* at = cursor.at;
     bool plain = true;
     for (;;) {
-        std::memcpy(out, at, kScanWidth);
+        std::memcpy(out, at, scan::kWidth);
         const std::size_t run = scan::text_run(at);
-        if (run == kScanWidth) {
-            out += kScanWidth;
-            at += kScanWidth;
+        if (run == scan::kWidth) {
+            out += scan::kWidth;
+            at += scan::kWidth;
             continue;
         }
         out += run;
@@ -253,7 +253,7 @@ inline Cursor parse_number(Parser& parser, Cursor cursor) {
     const std::size_t run = scan::digit_run(digits);
     const char* end = digits + run;
     // Most numbers are integers of fewer digits than are seen at once.
-    const bool is_short = run > 0 && run < kScanWidth && (*digits != '0' || run == 1);
+    const bool is_short = run > 0 && run < scan::kWidth && (*digits != '0' || run == 1);
     bool is_integer = true;
     if (!is_short || extends_number(*end)) {
         const NumberScan scan = scan_number(text, parser.end);

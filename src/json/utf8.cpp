@@ -1,7 +1,10 @@
 #include "json/utf8.h"
 
+#include <array>
+#include <bit>
 #include <cstdint>
-#include <cstring>
+
+#include "json/scan.h"
 
 namespace quorvane {
 namespace {
@@ -26,7 +29,7 @@ std::size_t sequence_length(const char* at, const char* end) {
     return follows(3) ? 4 : 0;
 }
 
-// Where the first bad sequence starts, or `end`; `at` stands between two characters.
+// Where the first bad sequence starts, or `end`; `at` is between two characters.
 const char* skip_valid(const char* at, const char* end) {
     while (at != end) {
         const std::size_t length = sequence_length(at, end);
@@ -36,9 +39,8 @@ const char* skip_valid(const char* at, const char* end) {
     return at;
 }
 
-// Sixteen bytes in one register where the processor has such; the compiler knows how.  Processors
-// compare signed bytes best, so that 128 is taken off each: the order stays, 0x80 becomes 0.
-using Bytes = std::int8_t __attribute__((vector_size(16)));
+// Processors compare signed bytes best, so 128 is taken off each: the order stays, 0x80 becomes 0.
+using Bytes = scan::SignedBytes;
 
 constexpr std::int8_t lowered(unsigned byte) {
     return static_cast<std::int8_t>(static_cast<int>(byte) - 128);
@@ -47,14 +49,10 @@ constexpr std::int8_t lowered(unsigned byte) {
 constexpr std::int8_t kTopTwoBits = -64;
 constexpr std::int8_t kAllButLastBit = -2;
 
-Bytes load(const char* at) {
-    Bytes bytes;
-    std::memcpy(&bytes, at, sizeof bytes);
-    return bytes ^ lowered(0);
-}
+Bytes load(const char* at) { return std::bit_cast<Bytes>(scan::load(at) ^ 0x80); }
 
 // The same rules for the sixteen bytes at `at`, each judged by itself and the three before it:
-// a set byte is one that must not stand there.
+// matches are the bytes that must not be there.
 Bytes misplaced(const char* at) {
     const Bytes byte = load(at);
     const Bytes last = load(at - 1);
@@ -68,9 +66,8 @@ Bytes misplaced(const char* at) {
            ((last == lowered(0xF4)) & (byte > lowered(0x8F)));
 }
 
-bool any(Bytes bytes) {
-    std::uint64_t halves[2];
-    std::memcpy(halves, &bytes, sizeof halves);
+bool any(Bytes matches) {
+    const auto halves = std::bit_cast<std::array<std::uint64_t, 2>>(matches);
     return (halves[0] | halves[1]) != 0;
 }
 

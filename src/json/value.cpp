@@ -26,7 +26,7 @@ bool nothing_to_escape(std::string_view padded) {
     while (at < padded.size()) {
         const std::size_t run = scan::text_run(padded.data() + at);
         at += run;
-        if (run < kScanWidth) break;
+        if (run < scan::kWidth) break;
     }
     return at >= padded.size();
 }

@@ -41,16 +41,20 @@ struct Writer {
     char* limit = nullptr;
 };
 
+// The text of a byte in a JSON string.
 struct Escape {
     char text[7];
     std::uint8_t length;
 };
 
-constexpr std::array<Escape, 128> make_escapes() {
+constexpr std::array<Escape, 256> make_escapes() {
     constexpr std::string_view kDigits = "0123456789abcdef";
-    std::array<Escape, 128> table{};
-    for (unsigned byte = 0; byte < 0x20; ++byte) {
-        table[byte] = {{'\\', 'u', '0', '0', kDigits[byte >> 4], kDigits[byte & 15]}, 6};
+    std::array<Escape, 256> table{};
+    for (unsigned byte = 0; byte < table.size(); ++byte) {
+        table[byte] = {{static_cast<char>(byte)}, 1};
+        if (byte < 0x20) {
+            table[byte] = {{'\\', 'u', '0', '0', kDigits[byte >> 4], kDigits[byte & 15]}, 6};
+        }
     }
     constexpr std::string_view kShort = "\bb\tt\nn\ff\rr\"\"\\\\";
     for (std::size_t i = 0; i < kShort.size(); i += 2) {
@@ -59,7 +63,7 @@ constexpr std::array<Escape, 128> make_escapes() {
     return table;
 }
 
-constexpr std::array<Escape, 128> kEscapes = make_escapes();
+constexpr std::array<Escape, 256> kEscapes = make_escapes();
 
 // `text` is padded, `at` has room for its size and kSlack.
 char* put_text(char* at, std::string_view text) {
@@ -73,29 +77,14 @@ char* put_text(char* at, std::string_view text) {
     return at + text.size();
 }
 
-// `padded` is a text of the tree.  Returns a place with room for kSlack less the escape.
-char* put_escaped(Writer& writer, char* at, std::string_view padded) {
-    const char* from = padded.data();
-    const char* const end = from + padded.size();
-    while (from < end) {
-        at = writer.room(at, kSlack);
-        std::memcpy(at, from, kScanWidth);
-        const auto left = static_cast<std::size_t>(end - from);
-        const std::size_t run = scan::text_run(from);
-        if (run >= left) return at + left;
-        if (run == kScanWidth) {
-            at += kScanWidth;
-            from += kScanWidth;
-            continue;
-        }
-        at += run;
-        from += run;
-        const Escape& escape = kEscapes[static_cast<unsigned char>(*from) & 0x7F];
+char* put_escaped(Writer& writer, char* at, std::string_view text) {
+    for (const char byte : text) {
+        const Escape& escape = kEscapes[static_cast<unsigned char>(byte)];
+        at = writer.room(at, sizeof escape);
         std::memcpy(at, &escape, sizeof escape);
         at += escape.length;
-        ++from;
     }
-    return at;
+    return writer.room(at, kSlack);
 }
 
 char* put_string(Writer& writer, char* at, const JsonNode& node) {
