@@ -1,7 +1,7 @@
 #include "cli/help.h"
 
 #include <algorithm>
-#include <array>
+#include <vector>
 
 namespace quorvane {
 namespace {
@@ -22,14 +22,9 @@ std::string invocation(const ProgramSpec& program, std::span<const std::string_v
     return text;
 }
 
-/// The options to show: the program's, then the command's unless the command is the program.
-using OptionLists = std::array<std::span<const OptionSpec>, 2>;
-
-bool owns_form(const OptionLists& lists, std::string_view form) {
-    return std::ranges::any_of(lists, [form](std::span<const OptionSpec> options) {
-        return std::ranges::any_of(
-            options, [form](const OptionSpec& option) { return option.is_named(form); });
-    });
+bool owns_form(std::span<const OptionSpec> options, std::string_view form) {
+    return std::ranges::any_of(options,
+                               [form](const OptionSpec& option) { return option.is_named(form); });
 }
 
 void append_argument_usage(std::string& text, const ArgumentSpec& argument) {
@@ -62,9 +57,9 @@ void append_option_line(std::string& text, const OptionSpec& option) {
 }
 
 // A form that an option has taken (-V or --version) is not advertised here.
-std::string_view version_line(const OptionLists& lists) {
-    const bool short_owned = owns_form(lists, "-V");
-    const bool long_owned = owns_form(lists, "--version");
+std::string_view version_line(std::span<const OptionSpec> options) {
+    const bool short_owned = owns_form(options, "-V");
+    const bool long_owned = owns_form(options, "--version");
     if (short_owned && long_owned) return "";
     if (short_owned) return "\n      --version\tShow version";
     if (long_owned) return "\n  -V\tShow version";
@@ -75,8 +70,10 @@ std::string_view version_line(const OptionLists& lists) {
 
 std::string render_help(const ProgramSpec& program, std::span<const std::string_view> path) {
     const CommandSpec command = resolve(program, path);
-    OptionLists lists = {program.options, {}};
-    if (!path.empty()) lists[1] = command.options;
+    std::vector<OptionSpec> options(program.options.begin(), program.options.end());
+    if (!path.empty()) {
+        options.insert(options.end(), command.options.begin(), command.options.end());
+    }
 
     std::string text;
     if (path.empty()) {
@@ -87,7 +84,7 @@ std::string render_help(const ProgramSpec& program, std::span<const std::string_
     text.append("\n\n").append(command.description);
 
     text.append("\n\nUsage:\n  ").append(invocation(program, path));
-    if (!lists[0].empty() || !lists[1].empty()) text.append(" [options]");
+    if (!options.empty()) text.append(" [options]");
     for (const ArgumentSpec& argument : command.arguments) append_argument_usage(text, argument);
     if (!command.subcommands.empty()) text.append(" [command]");
 
@@ -98,10 +95,8 @@ std::string render_help(const ProgramSpec& program, std::span<const std::string_
     if (!command.arguments.empty()) text.append("\n\nArguments:");
     for (const ArgumentSpec& argument : command.arguments) append_argument_line(text, argument);
 
-    text.append("\n\nOptions:\n  -h, --help\tShow help").append(version_line(lists));
-    for (const std::span<const OptionSpec> options : lists) {
-        for (const OptionSpec& option : options) append_option_line(text, option);
-    }
+    text.append("\n\nOptions:\n  -h, --help\tShow help").append(version_line(options));
+    for (const OptionSpec& option : options) append_option_line(text, option);
     return text;
 }
 

@@ -8,25 +8,6 @@
 
 namespace quorvane {
 
-ChunkScanner::Line ChunkScanner::take_line(std::string_view data) {
-    const std::size_t end = data.find("\r\n", searched_);
-    if (end == std::string_view::npos) {
-        // The last byte may be the CR of a line end.
-        searched_ = std::max(searched_, data.empty() ? 0 : data.size() - 1);
-        return {};
-    }
-    const std::string_view line = data.substr(position_, end - position_);
-    position_ = searched_ = end + 2;
-    return {true, line};
-}
-
-void ChunkScanner::read_size(std::string_view line) {
-    const std::int64_t size =
-        parse_hex(split_once(line, ';').before, max_body_bytes_ - decoded_bytes_);
-    chunk_size_ = static_cast<std::size_t>(std::max<std::int64_t>(size, 0));
-    state_ = size < 0 ? State::kError : size == 0 ? State::kTrailer : State::kData;
-}
-
 ChunkStep ChunkScanner::take_chunk(std::string_view data) {
     const std::size_t arrived = data.size() - position_;
     if (arrived < 2 || arrived - 2 < chunk_size_) return ChunkStep::kMore;
@@ -42,18 +23,27 @@ ChunkStep ChunkScanner::take_chunk(std::string_view data) {
 }
 
 ChunkStep ChunkScanner::next(std::string_view data) {
-    for (;;) {
-        if (state_ == State::kError) return ChunkStep::kError;
-        if (state_ == State::kEnd) return ChunkStep::kEnd;
-        if (state_ == State::kData) return take_chunk(data);
-        const Line line = take_line(data);
-        if (!line.found) return ChunkStep::kMore;
+    constexpr std::string_view kLineEnd = "\r\n";
+    while (state_ == State::kSize || state_ == State::kTrailer) {
+        const std::size_t end = data.find(kLineEnd, searched_);
+        if (end == std::string_view::npos) {
+            // The last byte may be the CR of a line end.
+            searched_ = std::max(searched_, data.empty() ? 0 : data.size() - 1);
+            return ChunkStep::kMore;
+        }
+        const std::string_view line = data.substr(position_, end - position_);
+        position_ = searched_ = end + kLineEnd.size();
         if (state_ == State::kSize) {
-            read_size(line.text);
-        } else if (line.text.empty()) {
+            const std::string_view digits = split_once(line, ';').before;
+            const std::int64_t size = parse_hex(digits, max_body_bytes_ - decoded_bytes_);
+            chunk_size_ = static_cast<std::size_t>(std::max<std::int64_t>(size, 0));
+            state_ = size < 0 ? State::kError : size == 0 ? State::kTrailer : State::kData;
+        } else if (line.empty()) {
             state_ = State::kEnd;
         }
     }
+    if (state_ == State::kData) return take_chunk(data);
+    return state_ == State::kEnd ? ChunkStep::kEnd : ChunkStep::kError;
 }
 
 ChunkedDecode decode_chunked(ByteBuffer data, std::int64_t max_body_bytes) {

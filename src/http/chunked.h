@@ -41,12 +41,6 @@ class ChunkScanner {
   private:
     enum class State : std::uint8_t { kSize, kData, kTrailer, kEnd, kError };
 
-    struct Line {
-        bool found = false;
-        std::string_view text;
-    };
-    Line take_line(std::string_view data);
-    void read_size(std::string_view line);
     ChunkStep take_chunk(std::string_view data);
 
     std::int64_t max_body_bytes_;

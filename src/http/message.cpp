@@ -1,5 +1,6 @@
 #include "http/message.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "support/text.h"
@@ -8,10 +9,9 @@ namespace quorvane {
 namespace {
 
 bool has_header(const std::vector<HttpHeader>& headers, std::string_view name) {
-    for (const HttpHeader& header : headers) {
-        if (equal_ignoring_case(header.name, name)) return true;
-    }
-    return false;
+    return std::ranges::any_of(headers, [name](const HttpHeader& header) {
+        return equal_ignoring_case(header.name, name);
+    });
 }
 
 void append_line(std::string& head, std::string_view name, std::string_view value) {

@@ -1,5 +1,7 @@
 #include "session/origin.h"
 
+#include <algorithm>
+
 #include "net/address.h"
 #include "support/text.h"
 
@@ -7,15 +9,9 @@ namespace quorvane {
 namespace {
 
 bool is_authority_byte(char byte) {
-    return (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z') || is_digit(byte) ||
-           byte == '-' || byte == '.' || byte == ':';
-}
-
-bool is_authority(std::string_view text) {
-    for (const char byte : text) {
-        if (!is_authority_byte(byte)) return false;
-    }
-    return !text.empty();
+    const char lower = ascii_lower(byte);
+    return (lower >= 'a' && lower <= 'z') || is_digit(byte) || byte == '-' || byte == '.' ||
+           byte == ':';
 }
 
 }  // namespace
@@ -43,8 +39,8 @@ ServiceOrigin parse_service_origin(std::string_view text) {
     }
 
     const bool local = origin.host == "localhost" || origin.host == "127.0.0.1";
-    origin.valid =
-        is_authority(rest) && origin.port >= 1 && !origin.host.empty() && (origin.tls || local);
+    origin.valid = std::ranges::all_of(rest, is_authority_byte) && origin.port >= 1 &&
+                   !origin.host.empty() && (origin.tls || local);
     return origin;
 }
 

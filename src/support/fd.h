@@ -15,7 +15,6 @@ inline long close_fd(int fd) { return fd < 0 ? 0 : kernel::close(fd); }
 class FdHandle {
   public:
     FdHandle() = default;
-    explicit FdHandle(int fd) : fd_(fd) {}
     explicit FdHandle(long fd) : fd_(static_cast<int>(fd)) {}
     FdHandle(FdHandle&& other) noexcept : fd_(other.release()) {}
     FdHandle& operator=(FdHandle&& other) noexcept {

@@ -35,8 +35,6 @@ template <typename T>
 long as_word(T argument) {
     if constexpr (std::is_pointer_v<T>) {
         return reinterpret_cast<long>(argument);
-    } else if constexpr (std::is_null_pointer_v<T>) {
-        return 0;
     } else {
         return static_cast<long>(argument);
     }
@@ -135,7 +133,7 @@ inline long close(int fd) { return detail::call(SYS_close, fd); }
 #ifdef SYS_fork
     return detail::call(SYS_fork);
 #else
-    return detail::call(SYS_clone, SIGCHLD, nullptr, nullptr, nullptr, nullptr);
+    return detail::call(SYS_clone, SIGCHLD, 0, 0, 0, 0);
 #endif
 }
 /// Returns only when it failed.
@@ -158,7 +156,7 @@ inline long set_signal(int number, void (*disposition)(int)) {
         void (*restorer)();
         std::uint64_t mask;
     } const action = {disposition, 0, nullptr, 0};
-    return detail::call(SYS_rt_sigaction, number, &action, nullptr, sizeof action.mask);
+    return detail::call(SYS_rt_sigaction, number, &action, 0, sizeof action.mask);
 }
 /// A set of signals as the kernel has it.
 using SignalMask = std::uint64_t;
@@ -198,7 +196,7 @@ inline long madvise(void* pages, std::size_t size, int advice) {
 }
 /// The peer's address is not asked for.
 [[nodiscard]] inline long accept4(int fd, int flags) {
-    return detail::call(SYS_accept4, fd, nullptr, nullptr, flags);
+    return detail::call(SYS_accept4, fd, 0, 0, flags);
 }
 [[nodiscard]] inline long getsockname(int fd, void* address, socklen_t* size) {
     return detail::call(SYS_getsockname, fd, address, size);
@@ -225,7 +223,7 @@ inline long shutdown(int fd, int how) { return detail::call(SYS_shutdown, fd, ho
     return detail::call(SYS_poll, fds, count, timeout_ms);
 #else
     const timespec limit = {timeout_ms / 1000, timeout_ms % 1000 * 1'000'000};
-    return detail::call(SYS_ppoll, fds, count, &limit, nullptr, 0);
+    return detail::call(SYS_ppoll, fds, count, &limit, 0, 0);
 #endif
 }
 
