@@ -132,8 +132,9 @@ def first_parses(tools: Tools, rounds: int) -> dict[str, dict[str, list[First]]]
         firsts[kind] = {library: [] for library in LIBRARIES}
         for _ in range(rounds):
             for library in LIBRARIES:
+                words = ["json_ours"] if library == "ours" else ["json_peers", library]
                 with path.open("rb") as file:
-                    line = subprocess.check_output([tools.built / "json_first", library],
+                    line = subprocess.check_output([tools.built / words[0], *words[1:]],
                                                    stdin=file, text=True)
                 firsts[kind][library].append(First(*map(float, line.split())))
     return firsts
