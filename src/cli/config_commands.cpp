@@ -17,15 +17,6 @@ namespace {
 // These members of the service's object describe the project and are not configuration.
 constexpr std::string_view kServiceMembers[] = {"id", "publicKey", "name"};
 
-JsonValue pull_request(std::string_view project) {
-    return json_object({"projectId"}, json_values(json_string(project)));
-}
-
-JsonValue push_request(std::string_view project, JsonValue revision, JsonValue config) {
-    return json_object({"projectId", "revision", "config"},
-                       json_values(json_string(project), std::move(revision), std::move(config)));
-}
-
 /// Returns the message of the write that failed, or nothing.
 std::string_view write_both_files(const ConfigTarget& target, const ServiceOrigin& origin,
                                   JsonView config, JsonView revision) {
@@ -43,8 +34,8 @@ std::string_view write_both_files(const ConfigTarget& target, const ServiceOrigi
 
 int run_config_pull(const ServiceOrigin& origin, std::string_view token,
                     const ConfigTarget& target) {
-    std::optional<JsonValue> response =
-        call_service(origin, "/api/v1/project", pull_request(target.project), token);
+    const JsonValue request = json_object({"projectId"}, json_values(json_string(target.project)));
+    std::optional<JsonValue> response = call_service(origin, "/api/v1/project", request, token);
     if (!response) return 1;
     JsonValue project = json_take_member(std::move(*response), "project");
     const JsonValue revision = json_copy(json_member(project, "revision"));
@@ -68,8 +59,9 @@ int run_config_push(const ServiceOrigin& origin, std::string_view token,
     JsonValue config = read_json_object(target.file);
     if (!config.view().is_object()) return fail("Configuration must be a JSON object");
 
-    const JsonValue request =
-        push_request(target.project, std::move(metadata.revision), std::move(config));
+    const JsonValue request = json_object(
+        {"projectId", "revision", "config"},
+        json_values(json_string(target.project), std::move(metadata.revision), std::move(config)));
     const std::optional<JsonValue> response =
         call_service(origin, "/api/v1/project-configure", request, token);
     if (!response) return 1;

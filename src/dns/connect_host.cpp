@@ -23,13 +23,12 @@ int resolve_error(const ResolveResult& resolved) {
 }  // namespace
 
 ConnectResult connect_host(std::string_view host, std::int32_t port, std::int64_t timeout_ms) {
-    ConnectResult result;
-    result.error = -EINVAL;
-    if (port < 1 || port > kMaxPort || timeout_ms < 1 || timeout_ms > kMaxSocketWaitMs) return result;
+    const bool in_range = port >= 1 && port <= kMaxPort && timeout_ms >= 1;
+    if (!in_range || timeout_ms > kMaxSocketWaitMs) return {.error = -EINVAL};
     if (parse_ipv4(host) || parse_ipv6(host)) return connect_literal(host, port, timeout_ms);
 
     const ResolveResult resolved = resolve_host(host, timeout_ms);
-    result.error = resolve_error(resolved);
+    ConnectResult result = {.error = resolve_error(resolved)};
     for (const std::string& address : resolved.addresses) {
         result = connect_literal(address, port, timeout_ms);
         if (result.ok) break;

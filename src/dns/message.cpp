@@ -21,8 +21,8 @@ void append_u16(std::string& bytes, std::uint16_t value) {
     bytes += static_cast<char>(value & 0xFF);
 }
 
-/// Takes a datagram apart from front to back.  After the first part that is not there `ok` stays
-/// false, and everything taken is empty or 0.
+/// Takes a datagram apart from front to back.  Once a part is missing, `ok` stays false and every
+/// further part is empty or 0.
 struct DatagramReader {
     std::string_view datagram;
     std::size_t offset = 0;  ///< At most the size.

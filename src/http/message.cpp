@@ -73,7 +73,7 @@ std::string serialize_response_head(const HttpResponse& response) {
     std::string head = "HTTP/1.1 " + to_decimal(response.status) + " ";
     head.append(reason_phrase(response.status)).append("\r\n");
     append_headers(head, response.headers);
-    // RFC 9110 15.2.2: after a 101 the connection goes on in another protocol.
+    // RFC 9110 15.2.2: after a 101 the connection continues in another protocol.
     if (response.status != 101) {
         append_closing_headers(head, response.headers, response.body.size());
     }

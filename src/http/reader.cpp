@@ -20,7 +20,7 @@ std::optional<std::string_view> take_line(std::string_view& rest) {
     return line;
 }
 
-/// A message as far as it has arrived.  A header line counts when its end is there.
+/// A message as far as it has arrived, without a header line whose end is missing.
 struct MessageHead {
     std::string_view first_line;
     std::vector<HttpHeader> headers;

@@ -41,27 +41,26 @@ TransportResult receive_response(std::int64_t max_bytes, std::int64_t stop_body_
 
 }  // namespace
 
-TransportResult PlainTransport::round_trip(std::string_view host, std::string_view request,
-                                           std::int64_t max_bytes, std::int64_t timeout_ms) {
-    const ConnectResult connection = connect_ipv4(host, port_, timeout_ms);
+TransportResult PlainTransport::round_trip(const HttpTarget& target, std::string_view request) {
+    const ConnectResult connection = connect_ipv4(target.host, port_, target.timeout_ms);
     if (!connection.ok) return {};
     const int fd = connection.fd.get();
-    if (send_all(fd, request, timeout_ms) < 0) return {};
-    return receive_response(max_bytes, -1, [fd, timeout_ms](ByteBuffer& into, std::int64_t most) {
-        return receive_some(fd, into, most, timeout_ms);
-    });
+    if (send_all(fd, request, target.timeout_ms) < 0) return {};
+    return receive_response(target.max_response_bytes, -1,
+                            [fd, &target](ByteBuffer& into, std::int64_t most) {
+                                return receive_some(fd, into, most, target.timeout_ms);
+                            });
 }
 
-TransportResult TlsTransport::round_trip(std::string_view host, std::string_view request,
-                                         std::int64_t max_bytes, std::int64_t timeout_ms) {
-    std::optional<TlsConnection> connection = tls_connect({.host = std::string(host),
+TransportResult TlsTransport::round_trip(const HttpTarget& target, std::string_view request) {
+    std::optional<TlsConnection> connection = tls_connect({.host = target.host,
                                                            .port = port_,
-                                                           .timeout_ms = timeout_ms,
+                                                           .timeout_ms = target.timeout_ms,
                                                            .trust_store_file = trust_store_file_});
     TransportResult result;
     if (!connection) return result;
     if (tls_write(*connection, request)) {
-        result = receive_response(max_bytes, kDefaultMaxBodyBytes,
+        result = receive_response(target.max_response_bytes, kDefaultMaxBodyBytes,
                                   [&connection](ByteBuffer& into, std::int64_t most) {
                                       return tls_read(*connection, into, most);
                                   });

@@ -5,10 +5,19 @@
 #include <string_view>
 #include <utility>
 
+#include "http/chunked.h"
 #include "support/bytes.h"
 
 /// The two ways in which the bytes of an exchange travel.
 namespace quorvane {
+
+/// Where a request is sent, and how much and how long the other side may take.
+struct HttpTarget {
+    std::string host_header;  ///< The value of the Host header.
+    std::string host;         ///< The name or address literal to connect to.
+    std::int64_t max_response_bytes = kDefaultMaxBodyBytes;  ///< Of the message and of its body.
+    std::int64_t timeout_ms = 5'000;                         ///< Bounds every single wait.
+};
 
 struct TransportResult {
     ByteBuffer bytes;  ///< All that was received, at most the maximum.
@@ -20,23 +29,19 @@ struct TransportResult {
 /// The port and everything else that is fixed for an origin belong to the transport.
 class HttpTransport {
   public:
-    HttpTransport() = default;
-    HttpTransport(const HttpTransport&) = delete;
-    HttpTransport& operator=(const HttpTransport&) = delete;
     virtual ~HttpTransport() = default;
 
-    /// Connects to `host`, sends `request` and reads the response, at most `max_bytes` of it.
-    /// Every wait is bounded by `timeout_ms`; the connection is closed in every case.
+    /// Connects, sends `request` and reads the response, within the target's limits.  The
+    /// connection is closed in every case.
     ///
     /// The end of the stream and the maximum only end the reading; the reader then judges what
     /// arrived.  A receive error after the complete head is such an end, too: a service that
     /// refuses a request and closes over its unread bytes makes the kernel send a reset, and its
     /// response still counts.  An error before that clears `ok`, and so does a wait that runs out,
-    /// unless the response is complete by its own framing (with a body of up to `max_bytes`).
-    [[nodiscard]] virtual TransportResult round_trip(std::string_view host,
-                                                     std::string_view request,
-                                                     std::int64_t max_bytes,
-                                                     std::int64_t timeout_ms) = 0;
+    /// unless the response is complete by its own framing (with a body of up to
+    /// `max_response_bytes`).
+    [[nodiscard]] virtual TransportResult round_trip(const HttpTarget& target,
+                                                     std::string_view request) = 0;
 };
 
 /// TCP without TLS.  The host must be an IPv4 literal, for no name is ever looked up; the response
@@ -45,9 +50,8 @@ class PlainTransport final : public HttpTransport {
   public:
     explicit PlainTransport(std::int32_t port) : port_(port) {}
 
-    [[nodiscard]] TransportResult round_trip(std::string_view host, std::string_view request,
-                                             std::int64_t max_bytes,
-                                             std::int64_t timeout_ms) override;
+    [[nodiscard]] TransportResult round_trip(const HttpTarget& target,
+                                             std::string_view request) override;
 
   private:
     std::int32_t port_;
@@ -62,9 +66,8 @@ class TlsTransport final : public HttpTransport {
     explicit TlsTransport(std::int32_t port, std::string trust_store_file = {})
         : port_(port), trust_store_file_(std::move(trust_store_file)) {}
 
-    [[nodiscard]] TransportResult round_trip(std::string_view host, std::string_view request,
-                                             std::int64_t max_bytes,
-                                             std::int64_t timeout_ms) override;
+    [[nodiscard]] TransportResult round_trip(const HttpTarget& target,
+                                             std::string_view request) override;
 
   private:
     std::int32_t port_;

@@ -28,7 +28,7 @@ int run_command(const ProgramSpec& program, const ParseResult& parsed, const Ser
                                  .file = option_value(parsed, "file")};
     if (command_is(parsed, "config pull")) return run_config_pull(origin, token, target);
     if (command_is(parsed, "config push")) return run_config_push(origin, token, target);
-    // Only a bare "config" gets here.
+    // The only command left is "config" without a subcommand.
     return fail(render_help(program, {}));
 }
 

@@ -28,7 +28,7 @@ long set_flag(int fd, int level, int name) {
     return kernel::setsockopt(fd, level, name, &on, sizeof on);
 }
 
-/// "Writable" also means "refused": the verdict is in SO_ERROR (connect(2), EINPROGRESS).
+/// "Writable" also means "refused": SO_ERROR tells which (connect(2), EINPROGRESS).
 long wait_for_connect(int fd, std::int64_t timeout_ms) {
     const long ready = wait_ready(fd, POLLOUT, timeout_ms);
     if (ready <= 0) return ready == 0 ? -ETIMEDOUT : ready;
@@ -38,7 +38,7 @@ long wait_for_connect(int fd, std::int64_t timeout_ms) {
     return status < 0 ? status : -static_cast<long>(pending);
 }
 
-/// `address` is nothing when its text was no literal.
+/// `address` is empty when its text was no literal.
 template <typename Address>
 ConnectResult connect_address(const std::optional<Address>& address, std::int32_t port,
                               std::int64_t timeout_ms) {
@@ -58,7 +58,8 @@ ConnectResult connect_address(const std::optional<Address>& address, std::int32_
     status = kernel::fcntl(fd.get(), F_SETFL, 0);
     if (status < 0) return socket_failed(status);
     // Without this the last piece of a large request waits 40 ms for the peer's delayed
-    // acknowledgement (RFC 896 against RFC 1122 4.2.3.2); where it is refused, that is all.
+    // acknowledgement (RFC 896 against RFC 1122 4.2.3.2); where it is refused, nothing else
+    // changes.
     static_cast<void>(set_flag(fd.get(), IPPROTO_TCP, TCP_NODELAY));
     return {.ok = true, .fd = std::move(fd)};
 }
@@ -122,8 +123,8 @@ long wait_ready(int fd, std::int32_t events, std::int64_t timeout_ms) {
 long send_all(int fd, std::string_view bytes, std::int64_t timeout_ms) {
     if (!in_range(timeout_ms, 1, kMaxSocketWaitMs)) return -EINVAL;
     while (!bytes.empty()) {
-        // The wait is a poll of our own: SO_SNDTIMEO would count again after every partial send,
-        // so that a peer that stops reading would hold us for twice the limit.
+        // The wait is a poll of our own: SO_SNDTIMEO would start again after every partial send,
+        // and a peer that stops reading could delay us for twice the limit.
         const long sent =
             kernel::sendto(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
         if (sent == -EAGAIN) {

@@ -44,6 +44,7 @@ bool launch_browser(std::vector<std::string> command, unsigned user_umask) {
     if (!path) return false;
 
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (std::string& text : command) arguments.push_back(text.data());
     arguments.push_back(nullptr);
 
