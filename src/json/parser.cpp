@@ -58,7 +58,7 @@ struct Parser {
     bool reject_duplicates;
     std::size_t values_left;  // How many more may come.
     char* texts;              // Where the next decoded string goes.
-    KeySeed seed;
+    KeySeed seed = key_seed();
     const Fault* fault = nullptr;
     const char* fault_at = nullptr;
 };
@@ -427,8 +427,7 @@ JsonParseResult parse_padded(JsonStorage* storage, char* texts, std::string_view
                      .max_members = unsigned_limit(limits.max_object_members),
                      .reject_duplicates = limits.reject_duplicate_keys,
                      .values_left = unsigned_limit(limits.max_nodes),
-                     .texts = texts,
-                     .seed = {}};
+                     .texts = texts};
     Cursor cursor = {skip_blanks(input.data()), storage->nodes};
     cursor = parse_value(parser, cursor, 1);
     if (cursor.at != nullptr) {
