@@ -8,7 +8,7 @@
 namespace quorvane {
 
 /// Connects to an IPv4 or IPv6 literal as it is, else to the first of the name's resolved
-/// addresses that answers, in the resolver's order.  `port` is 1 to 65535, `timeout_ms` 1 to
+/// addresses that answers, in the resolver's order.  `port` is 1 to kMaxPort, `timeout_ms` 1 to
 /// kMaxSocketWaitMs; the limit holds for each query and for each address tried.
 ///
 /// When no address answers, the error is that of the last attempt.  When there was no address to

@@ -32,7 +32,7 @@ class ChunkScanner {
     [[nodiscard]] std::size_t chunk_begin() const { return chunk_begin_; }
     [[nodiscard]] std::size_t chunk_size() const { return chunk_size_; }
 
-    /// Input bytes passed; at kEnd, those up to and with the empty line that ends the body.
+    /// Input bytes passed; at kEnd, all of them up to the end of the empty line after the body.
     [[nodiscard]] std::size_t position() const { return position_; }
 
     /// The sizes of all chunks passed, added up.
@@ -52,7 +52,7 @@ class ChunkScanner {
     State state_ = State::kSize;
 };
 
-/// What `decode_chunked` made of a body.
+/// The result of `decode_chunked`.
 struct ChunkedDecode {
     ByteBuffer body;            ///< The data of the complete chunks, joined.
     std::int64_t consumed = 0;  ///< Input bytes used when `complete`, else 0.

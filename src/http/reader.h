@@ -14,7 +14,7 @@
 /// that follow its ":" and keeps everything else; a line without ":" is skipped.
 namespace quorvane {
 
-/// What `parse_response` made of a buffer.
+/// The result of `parse_response`.
 struct ResponseParse {
     HttpResponse response;  ///< Empty (status 0) unless `ok`.
     bool ok = false;        ///< The status line gave a status from 100 to 999.

@@ -26,9 +26,9 @@ struct TlsSettings {
     /// A name or a literal: connected to, sent as SNI, and required in the certificate.  A trailing
     /// dot is for the name server alone (RFC 6066 3: SNI has none; no certificate has one either).
     std::string host;
-    std::int32_t port = 443;      ///< 1 to 65535.
-    std::int64_t timeout_ms = 0;  ///< 1 to 600000; connecting takes at most kMaxSocketWaitMs of it.
-    std::string trust_store_file;  ///< PEM certificates to trust; empty for OpenSSL's own places.
+    std::int32_t port = 443;       ///< 1 to kMaxPort.
+    std::int64_t timeout_ms = 0;   ///< 1 to kMaxReadyWaitMs.
+    std::string trust_store_file;  ///< PEM certificates; empty for OpenSSL's own locations.
 };
 
 struct FreeTls {
@@ -50,8 +50,9 @@ struct TlsConnection {
 /// Connects and runs the handshake; the certificate must be valid for `host`, as an address if it
 /// is a literal.  The host "localhost" is the address ::1 and no other.
 ///
-/// Every single wait for the peer is bounded by `timeout_ms`, in the handshake and afterwards.
-/// Nothing when any step failed; `last_tls_error` then holds "TLS failed at " and the step:
+/// Every single wait for the peer is bounded by `timeout_ms`, in the handshake and afterwards;
+/// connecting takes at most kMaxSocketWaitMs of it.
+/// Returns nothing when a step fails; `last_tls_error` is then "TLS failed at " and the step:
 ///
 /// - "configuration": a setting is out of its range, or OpenSSL cannot be loaded
 /// - "tcp_connect": the name does not resolve, or no address of it answers

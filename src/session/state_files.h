@@ -11,7 +11,7 @@
 /// There is one credential file for each origin text.  It is in "quorvane/" below $XDG_CONFIG_HOME,
 /// or below $HOME/.config when that variable is absent (an empty one counts as present, an absent
 /// HOME as empty).  Its name is the lower-case hex SHA-256 digest of the origin's text, and
-/// ".json". Two spellings of one origin therefore have two files, and a person can be signed in to
+/// ".json".  Two spellings of one origin therefore have two files, and a person can be signed in to
 /// several deployments at once.
 namespace quorvane {
 

@@ -5,7 +5,7 @@
 namespace quorvane {
 
 std::int64_t monotonic_ms() {
-    // The last second whose nanoseconds, with any fraction, are below 2^63.
+    // The last second that, counted in nanoseconds and with any fraction, is below 2^63.
     constexpr std::int64_t kLastSecond = 9'223'372'035;
     timespec now = {};
     if (kernel::clock_gettime(CLOCK_MONOTONIC, &now) < 0) return 0;

@@ -8,7 +8,7 @@ namespace quorvane {
 enum class Stream : int { kOutput = 1, kError = 2 };
 
 /// Writes all of `bytes` to `fd`, continuing after partial writes and after EINTR.  False when the
-/// kernel refused a part; callers that print ignore that, because there is nobody left to tell.
+/// kernel refused a part; callers that print ignore that, because they could not report it either.
 bool write_all(int fd, std::string_view bytes);
 
 /// Writes `text` and one line feed in a single write, unless the kernel takes it in parts.
