@@ -1,11 +1,11 @@
-// For the program without shared libraries: stands in for the functions of the C library with which
-// OpenSSL resolves names and loads modules.  In a static program they would load the shared
-// libraries of the very C library that it was built with, which the linker warns of.  This client
-// resolves names itself and loads no modules, so that no sign-in and no transfer calls them; a
-// module that an openssl.cnf names is not found.
+// For the program without shared libraries: replaces the functions of the C library with which
+// OpenSSL resolves names and loads modules.  In a static program they would load shared libraries
+// of the C library that it was built with, and the linker warns about that.  This client resolves
+// names itself and loads no modules, so no sign-in and no transfer calls these functions; a module
+// that openssl.cnf names is not found.
 #include <netdb.h>
 
-// The linker puts these in the place of the names after __wrap_ (cmake/options.cmake).
+// The linker uses these for the names after __wrap_ (cmake/options.cmake).
 extern "C" {
 
 void* __wrap_dlopen(const char*, int) { return nullptr; }
