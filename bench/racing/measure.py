@@ -16,7 +16,7 @@ from typing import NamedTuple
 from racing.course import CURL_JQ, Command, Race, Tools, document
 
 OURS = "quorvane"
-SMALL_RUNS = 10  # Of each contender in each round, after one that is not counted.
+SMALL_RUNS = 20  # Of each contender in each round, after one that is not counted.
 WARMED_BYTES = 128 << 20
 
 
