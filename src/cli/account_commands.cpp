@@ -35,11 +35,9 @@ int run_whoami(const ServiceOrigin& origin, std::string_view token) {
 int run_projects(const ServiceOrigin& origin, std::string_view token) {
     const std::optional<JsonValue> response = call_account(origin, "/api/v1/projects", token);
     if (!response) return 1;
-    const JsonView projects = json_member(*response, "projects");
-    if (projects.is_array()) {
-        for (const JsonView project : projects.elements()) print_project(project);
-    } else if (projects.is_object()) {
-        for (const JsonMember& member : projects.members()) print_project(member.value);
+    // They may be an array or the members of an object.
+    for (const JsonItem item : json_member(*response, "projects").items()) {
+        print_project(item.value);
     }
     return 0;
 }

@@ -69,7 +69,7 @@ bool KeySet::insert(const JsonNode* key, const KeySeed& seed) {
 }
 
 void KeySet::grow() {
-    std::vector<Slot> larger(2 * slot_count_);
+    std::vector<Slot> larger(slot_count_ * (more_slots_.empty() ? 2 : 4));
     for (const Slot& slot : std::span(slots_, slot_count_)) {
         if (slot.key == 0) continue;
         std::size_t at = slot.hash & (larger.size() - 1);

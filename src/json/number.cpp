@@ -2,15 +2,8 @@
 
 #include <charconv>
 
-#include "support/text.h"
-
 namespace quorvane {
 namespace {
-
-bool is_number_byte(char byte) {
-    return is_digit(byte) || byte == '+' || byte == '-' || byte == '.' || byte == 'e' ||
-           byte == 'E';
-}
 
 // Skips one digit or more; null when there is none.
 const char* skip_digits(const char* at, const char* end) {

@@ -4,12 +4,20 @@
 #include <optional>
 #include <string_view>
 
+#include "support/text.h"
+
 /// Number literals of RFC 8259, section 6, judged as text: never a floating-point value.
 namespace quorvane {
 
+/// Digits, + - . e E.
+[[nodiscard]] inline bool is_number_byte(char byte) {
+    return is_digit(byte) || byte == '+' || byte == '-' || byte == '.' || byte == 'e' ||
+           byte == 'E';
+}
+
 struct NumberScan {
-    const char* end = nullptr;  ///< Where the longest run of digits, + - . e E ends.
-    bool valid = false;         ///< The whole run is one number literal.
+    const char* end = nullptr;  ///< Where the longest run of number bytes ends.
+    bool valid = false;         ///< The complete run is one number literal.
     bool is_integer = false;    ///< Valid, with neither a fraction part nor an exponent.
 };
 

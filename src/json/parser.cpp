@@ -8,59 +8,52 @@
 #include "json/number.h"
 #include "json/storage.h"
 #include "json/utf8.h"
+#include "json/writer.h"
+#include "support/text.h"
 
 namespace quorvane {
 namespace {
 
-struct Fault {
-    std::string_view code;
-    std::string_view message;
-};
+constexpr JsonError kBadLimits = {"input_limit", "invalid JSON parser limits"};
+constexpr JsonError kInputTooLong = {"input_limit", "JSON input exceeds configured byte limit"};
+constexpr JsonError kBadUtf8 = {"invalid_unicode", "JSON input is not valid UTF-8"};
+constexpr JsonError kBadUnicodeEscape = {"invalid_unicode", "invalid JSON Unicode escape"};
+constexpr JsonError kLoneLowSurrogate = {"invalid_unicode", "unexpected JSON low surrogate"};
+constexpr JsonError kNoLowSurrogate = {"invalid_unicode", "missing JSON low surrogate"};
+constexpr JsonError kBadSurrogatePair = {"invalid_unicode", "invalid JSON surrogate pair"};
+constexpr JsonError kTrailingInput = {"trailing_input", "trailing input after JSON value"};
+constexpr JsonError kTooDeep = {"depth_limit", "JSON nesting exceeds configured limit"};
+constexpr JsonError kTooManyNodes = {"node_limit", "JSON node count exceeds configured limit"};
+constexpr JsonError kTooManyMembers = {"node_limit",
+                                       "JSON object member count exceeds configured limit"};
+constexpr JsonError kNoValue = {"unexpected_end", "expected JSON value"};
+constexpr JsonError kOpenArray = {"unexpected_end", "unterminated JSON array"};
+constexpr JsonError kOpenObject = {"unexpected_end", "unterminated JSON object"};
+constexpr JsonError kOpenEscape = {"unexpected_end", "unterminated JSON escape"};
+constexpr JsonError kOpenString = {"unexpected_end", "unterminated JSON string"};
+constexpr JsonError kBadToken = {"unexpected_token", "unexpected token in JSON input"};
+constexpr JsonError kNoArrayComma = {"unexpected_token", "expected comma or closing bracket"};
+constexpr JsonError kArrayTrailingComma = {"unexpected_token", "trailing comma in JSON array"};
+constexpr JsonError kNoKey = {"unexpected_token", "JSON object key must be a string"};
+constexpr JsonError kNoColon = {"unexpected_token", "expected colon after JSON object key"};
+constexpr JsonError kNoObjectComma = {"unexpected_token", "expected comma or closing brace"};
+constexpr JsonError kObjectTrailingComma = {"unexpected_token", "trailing comma in JSON object"};
+constexpr JsonError kControlByte = {"unexpected_token", "unescaped control byte in JSON string"};
+constexpr JsonError kBadEscape = {"invalid_escape", "invalid JSON string escape"};
+constexpr JsonError kBadNumber = {"invalid_number", "invalid JSON number"};
+constexpr JsonError kStringTooLong = {"string_limit", "JSON string exceeds configured limit"};
+constexpr JsonError kDuplicateKey = {"duplicate_key", "duplicate JSON object key"};
 
-constexpr Fault kBadLimits = {"input_limit", "invalid JSON parser limits"};
-constexpr Fault kInputTooLong = {"input_limit", "JSON input exceeds configured byte limit"};
-constexpr Fault kBadUtf8 = {"invalid_unicode", "JSON input is not valid UTF-8"};
-constexpr Fault kBadUnicodeEscape = {"invalid_unicode", "invalid JSON Unicode escape"};
-constexpr Fault kLoneLowSurrogate = {"invalid_unicode", "unexpected JSON low surrogate"};
-constexpr Fault kNoLowSurrogate = {"invalid_unicode", "missing JSON low surrogate"};
-constexpr Fault kBadSurrogatePair = {"invalid_unicode", "invalid JSON surrogate pair"};
-constexpr Fault kTrailingInput = {"trailing_input", "trailing input after JSON value"};
-constexpr Fault kTooDeep = {"depth_limit", "JSON nesting exceeds configured limit"};
-constexpr Fault kTooManyNodes = {"node_limit", "JSON node count exceeds configured limit"};
-constexpr Fault kTooManyMembers = {"node_limit",
-                                   "JSON object member count exceeds configured limit"};
-constexpr Fault kNoValue = {"unexpected_end", "expected JSON value"};
-constexpr Fault kOpenArray = {"unexpected_end", "unterminated JSON array"};
-constexpr Fault kOpenObject = {"unexpected_end", "unterminated JSON object"};
-constexpr Fault kOpenEscape = {"unexpected_end", "unterminated JSON escape"};
-constexpr Fault kOpenString = {"unexpected_end", "unterminated JSON string"};
-constexpr Fault kBadToken = {"unexpected_token", "unexpected token in JSON input"};
-constexpr Fault kNoArrayComma = {"unexpected_token", "expected comma or closing bracket"};
-constexpr Fault kArrayTrailingComma = {"unexpected_token", "trailing comma in JSON array"};
-constexpr Fault kNoKey = {"unexpected_token", "JSON object key must be a string"};
-constexpr Fault kNoColon = {"unexpected_token", "expected colon after JSON object key"};
-constexpr Fault kNoObjectComma = {"unexpected_token", "expected comma or closing brace"};
-constexpr Fault kObjectTrailingComma = {"unexpected_token", "trailing comma in JSON object"};
-constexpr Fault kControlByte = {"unexpected_token", "unescaped control byte in JSON string"};
-constexpr Fault kBadEscape = {"invalid_escape", "invalid JSON string escape"};
-constexpr Fault kBadNumber = {"invalid_number", "invalid JSON number"};
-constexpr Fault kStringTooLong = {"string_limit", "JSON string exceeds configured limit"};
-constexpr Fault kDuplicateKey = {"duplicate_key", "duplicate JSON object key"};
-
-// Behind the input stand kTextPadding zero bytes.  No token contains a zero byte, so that
-// everything here stops at the end without looking for it; only a zero byte found where something
-// else was wanted needs the question whether it is the end.
+// kTextPadding zero bytes follow the input.  No token contains a zero byte, so everything here
+// stops at the end without looking for it; only a zero byte found where something else was wanted
+// needs the question whether it is the end.
 struct Parser {
     const char* end;
-    std::size_t max_depth;
-    std::size_t max_string_bytes;
-    std::size_t max_members;
-    bool reject_duplicates;
-    std::size_t values_left;  // How many more may come.
-    char* texts;              // Where the next decoded string goes.
+    JsonLimits limits;  // Of max_nodes, how many more values may come.
+    char* texts;        // Where the next decoded string goes.
     KeySeed seed = key_seed();
-    const Fault* fault = nullptr;
-    const char* fault_at = nullptr;
+    const JsonError* error = nullptr;
+    const char* error_at = nullptr;
 };
 
 // What every step takes and returns: the next byte to read and the next node to fill.  Two words
@@ -70,19 +63,19 @@ struct Cursor {
     JsonNode* node;
 };
 
-[[gnu::cold]] Cursor fail(Parser& parser, const char* at, const Fault& fault) {
-    parser.fault = &fault;
-    parser.fault_at = at;
+[[gnu::cold]] Cursor fail(Parser& parser, const char* at, const JsonError& error) {
+    parser.error = &error;
+    parser.error_at = at;
     return {nullptr, nullptr};
 }
 
-[[gnu::cold]] Cursor fail_or_end(Parser& parser, const char* at, const Fault& fault,
-                                 const Fault& at_end) {
-    return fail(parser, at, at == parser.end ? at_end : fault);
+[[gnu::cold]] Cursor fail_or_end(Parser& parser, const char* at, const JsonError& error,
+                                 const JsonError& at_end) {
+    return fail(parser, at, at == parser.end ? at_end : error);
 }
 
 const char* skip_blanks(const char* at) {
-    // Compact text has none, and one behind a colon or comma is the most frequent form.
+    // Compact text has none; elsewhere one after a colon or comma is the most frequent form.
     if (static_cast<unsigned char>(*at) > ' ') return at;
     if (static_cast<unsigned char>(*++at) > ' ' && at[-1] == ' ') return at;
     --at;
@@ -93,15 +86,6 @@ const char* skip_blanks(const char* at) {
 }
 
 // Strings.
-
-// The first byte that does not stand for itself.  Stepping by a constant lets the processor look
-// at the next bytes before it knows whether it has to.
-const char* skip_text(const char* at) {
-    for (;; at += scan::kWidth) {
-        const std::size_t run = scan::text_run(at);
-        if (run < scan::kWidth) return at + run;
-    }
-}
 
 constexpr std::array<char, 128> make_simple_escapes() {
     std::array<char, 128> table{};
@@ -114,26 +98,25 @@ constexpr std::array<char, 128> make_simple_escapes() {
 
 constexpr std::array<char, 128> kSimpleEscapes = make_simple_escapes();
 
-// 16 for a byte that is no hexadecimal digit.
-std::uint32_t hex_value(char byte) {
-    if (byte >= '0' && byte <= '9') return static_cast<std::uint32_t>(byte - '0');
-    const char lower = static_cast<char>(byte | 0x20);
-    if (lower >= 'a' && lower <= 'f') return static_cast<std::uint32_t>(lower - 'a' + 10);
-    return 16;
+// -1 for a byte that is no hexadecimal digit.
+std::int32_t hex_value(char byte) {
+    if (is_digit(byte)) return byte - '0';
+    const char lower = ascii_lower(byte);
+    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
 }
 
 struct CodeUnit {
     std::uint32_t value = 0;
-    const char* end = nullptr;  // Behind the fourth digit, or the byte that is none.
+    const char* end = nullptr;  // After the fourth digit, or the byte that is none.
     bool ok = false;
 };
 
 CodeUnit read_code_unit(const char* digits) {
     CodeUnit unit{0, digits, false};
     for (; unit.end != digits + 4; ++unit.end) {
-        const std::uint32_t digit = hex_value(*unit.end);
-        if (digit == 16) return unit;
-        unit.value = unit.value << 4 | digit;
+        const std::int32_t digit = hex_value(*unit.end);
+        if (digit < 0) return unit;
+        unit.value = unit.value << 4 | static_cast<std::uint32_t>(digit);
     }
     unit.ok = true;
     return unit;
@@ -142,110 +125,85 @@ CodeUnit read_code_unit(const char* digits) {
 bool is_high_surrogate(std::uint32_t unit) { return unit >= 0xD800 && unit < 0xDC00; }
 bool is_low_surrogate(std::uint32_t unit) { return unit >= 0xDC00 && unit < 0xE000; }
 
-struct DecodedEscape {
-    const char* end = nullptr;  // Null: the parse has failed.
-    char32_t code_point = 0;
-};
-
-DecodedEscape fail_escape(Parser& parser, const char* at, const Fault& fault) {
-    fail(parser, at, fault);
-    return {};
+// The decoders add to the parser's texts and return where the escape ends, or null when the parse
+// has failed.  `escape` is the backslash, of a \u escape here.
+const char* decode_unicode_escape(Parser& parser, const char* escape) {
+    CodeUnit unit = read_code_unit(escape + 2);
+    if (!unit.ok) return fail(parser, unit.end, kBadUnicodeEscape).at;
+    if (is_low_surrogate(unit.value)) return fail(parser, escape, kLoneLowSurrogate).at;
+    char32_t code_point = unit.value;
+    if (is_high_surrogate(unit.value)) {
+        escape = unit.end;
+        if (parser.end - escape < 6 || escape[0] != '\\' || escape[1] != 'u') {
+            return fail(parser, escape, kNoLowSurrogate).at;
+        }
+        unit = read_code_unit(escape + 2);
+        if (!unit.ok) return fail(parser, unit.end, kBadUnicodeEscape).at;
+        if (!is_low_surrogate(unit.value)) return fail(parser, escape, kBadSurrogatePair).at;
+        code_point = 0x10000 + ((code_point - 0xD800) << 10 | (unit.value - 0xDC00));
+    }
+    parser.texts = put_utf8(code_point, parser.texts);
+    return unit.end;
 }
 
-// `escape` is the backslash of a \u escape.
-DecodedEscape decode_unicode_escape(Parser& parser, const char* escape) {
-    const CodeUnit first = read_code_unit(escape + 2);
-    if (!first.ok) return fail_escape(parser, first.end, kBadUnicodeEscape);
-    if (is_low_surrogate(first.value)) return fail_escape(parser, escape, kLoneLowSurrogate);
-    if (!is_high_surrogate(first.value)) return {first.end, first.value};
-
-    const char* const second_escape = first.end;
-    if (parser.end - second_escape < 6 || second_escape[0] != '\\' || second_escape[1] != 'u') {
-        return fail_escape(parser, second_escape, kNoLowSurrogate);
-    }
-    const CodeUnit second = read_code_unit(second_escape + 2);
-    if (!second.ok) return fail_escape(parser, second.end, kBadUnicodeEscape);
-    if (!is_low_surrogate(second.value)) {
-        return fail_escape(parser, second_escape, kBadSurrogatePair);
-    }
-    const std::uint32_t high = first.value - 0xD800;
-    return {second.end, 0x10000 + (high << 10 | (second.value - 0xDC00))};
-}
-
-DecodedEscape decode_escape(Parser& parser, const char* escape) {
-    const char letter = escape[1];
+const char* decode_escape(Parser& parser, const char* escape) {
+    const auto letter = static_cast<unsigned char>(escape[1]);
     if (letter == 'u') return decode_unicode_escape(parser, escape);
-    const auto byte = static_cast<unsigned char>(letter);
-    const char decoded = byte < kSimpleEscapes.size() ? kSimpleEscapes[byte] : '\0';
-    if (decoded != 0) return {escape + 2, static_cast<char32_t>(decoded)};
-    const bool at_end = escape + 1 == parser.end;
-    return fail_escape(parser, escape + 1, at_end ? kOpenEscape : kBadEscape);
+    const char decoded = letter < kSimpleEscapes.size() ? kSimpleEscapes[letter] : '\0';
+    if (decoded == 0) return fail_or_end(parser, escape + 1, kBadEscape, kOpenEscape).at;
+    *parser.texts++ = decoded;
+    return escape + 2;
 }
 
-// `at` is behind a run of bytes that stand as they are, `excess` how many of them are too many.
-Cursor fail_too_long(Parser& parser, const char* at, std::size_t excess) {
+// `at` is after a run of bytes that are text, of which `excess` are too many.
+Cursor fail_too_long(Parser& parser, const char* at, std::ptrdiff_t excess) {
     at -= excess;
     while ((static_cast<unsigned char>(*at) & 0xC0) == 0x80) --at;  // To the character's start.
     return fail(parser, at, kStringTooLong);
 }
 
-// A string that is not a slice of the input: it has escapes, or a fault.  `cursor.at` is its first
-// byte behind the quote.  A decoded text is never longer than its source, so the texts' room, as
-// long as the input, always suffices.
+// A string that is not a slice of the input: it has escapes, or an error.  `cursor.at` is the byte
+// after the quote.  A decoded text is never longer than its source, so texts of the input's size
+// always suffice.
 Cursor decode_string(Parser& parser, Cursor cursor) {
     char* const text = parser.texts;
-    char* out = text;
-    const char* at = cursor.at;
-    bool plain = true;
     for (;;) {
-        std::memcpy(out, at, scan::kWidth);
-        const std::size_t run = scan::text_run(at);
-        if (run == scan::kWidth) {
-            out += scan::kWidth;
-            at += scan::kWidth;
-            continue;
+        // All sixteen bytes are copied, the next ones write over those that are not text.
+        const char* stop = cursor.at;
+        std::size_t run = scan::kWidth;
+        for (; run == scan::kWidth; stop += run, parser.texts += run) {
+            std::memcpy(parser.texts, stop, scan::kWidth);
+            run = scan::text_run(stop);
         }
-        out += run;
-        at += run;
-        const auto size = static_cast<std::size_t>(out - text);
-        if (size > parser.max_string_bytes) {
-            return fail_too_long(parser, at, size - parser.max_string_bytes);
+        const std::ptrdiff_t excess = parser.texts - text - parser.limits.max_string_bytes;
+        if (excess > 0) return fail_too_long(parser, stop, excess);
+        cursor.at = stop + 1;
+        if (*stop == '"') break;
+        if (*stop != '\\') return fail_or_end(parser, stop, kControlByte, kOpenString);
+        cursor.at = decode_escape(parser, stop);
+        if (cursor.at == nullptr) return cursor;
+        if (parser.texts - text > parser.limits.max_string_bytes) {
+            return fail(parser, stop, kStringTooLong);
         }
-        if (*at == '"') break;
-        if (*at != '\\') return fail_or_end(parser, at, kControlByte, kOpenString);
-
-        const DecodedEscape escape = decode_escape(parser, at);
-        if (escape.end == nullptr) return {nullptr, nullptr};
-        const char32_t decoded = escape.code_point;
-        plain = plain && decoded >= 0x20 && decoded != '"' && decoded != '\\';
-        out = put_utf8(decoded, out);
-        if (static_cast<std::size_t>(out - text) > parser.max_string_bytes) {
-            return fail(parser, at, kStringTooLong);
-        }
-        at = escape.end;
     }
-    parser.texts = out;
-    *cursor.node =
-        text_node(NodeKind::kString, plain, {text, static_cast<std::size_t>(out - text)});
-    return {at + 1, cursor.node + 1};
+    *parser.texts = '"';  // Ends the search for bytes to escape.
+    const bool plain = scan::skip_text(text) == parser.texts;
+    const auto size = static_cast<std::size_t>(parser.texts - text);
+    *cursor.node = text_node(JsonKind::kString, plain, {text, size});
+    return {cursor.at, cursor.node + 1};
 }
 
 inline Cursor parse_string(Parser& parser, Cursor cursor) {
     const char* const text = cursor.at + 1;
-    const char* const stop = skip_text(text);
-    const auto size = static_cast<std::size_t>(stop - text);
-    if (*stop != '"' || size > parser.max_string_bytes) [[unlikely]] {
+    const char* const stop = scan::skip_text(text);
+    if (*stop != '"' || stop - text > parser.limits.max_string_bytes) [[unlikely]] {
         return decode_string(parser, {text, cursor.node});
     }
-    *cursor.node = text_node(NodeKind::kString, true, {text, size});
+    *cursor.node = text_node(JsonKind::kString, true, {text, stop});
     return {stop + 1, cursor.node + 1};
 }
 
 // Numbers and words.
-
-bool extends_number(char byte) {
-    return byte == '.' || byte == 'e' || byte == 'E' || byte == '+' || byte == '-';
-}
 
 inline Cursor parse_number(Parser& parser, Cursor cursor) {
     const char* const text = cursor.at;
@@ -255,14 +213,13 @@ inline Cursor parse_number(Parser& parser, Cursor cursor) {
     // Most numbers are integers of fewer digits than are seen at once.
     const bool is_short = run > 0 && run < scan::kWidth && (*digits != '0' || run == 1);
     bool is_integer = true;
-    if (!is_short || extends_number(*end)) {
+    if (!is_short || is_number_byte(*end)) {
         const NumberScan scan = scan_number(text, parser.end);
         if (!scan.valid) return fail(parser, text, kBadNumber);
         end = scan.end;
         is_integer = scan.is_integer;
     }
-    *cursor.node =
-        text_node(NodeKind::kNumber, is_integer, {text, static_cast<std::size_t>(end - text)});
+    *cursor.node = text_node(JsonKind::kNumber, is_integer, {text, end});
     return {end, cursor.node + 1};
 }
 
@@ -276,102 +233,80 @@ Cursor parse_word(Parser& parser, Cursor cursor, std::string_view word, JsonNode
 
 // Values.  Recursion ends at max_depth, 256 at most.
 
-Cursor parse_array(Parser& parser, Cursor cursor, std::size_t depth);
-Cursor parse_object(Parser& parser, Cursor cursor, std::size_t depth);
+template <JsonKind kKind>
+Cursor parse_container(Parser& parser, Cursor cursor, std::int64_t depth);
 
-// `cursor.at` is behind the blanks.
-inline Cursor parse_value(Parser& parser, Cursor cursor, std::size_t depth) {
-    if (depth > parser.max_depth) return fail(parser, cursor.at, kTooDeep);
-    if (parser.values_left == 0) return fail(parser, cursor.at, kTooManyNodes);
-    --parser.values_left;
-    switch (*cursor.at) {
+// `cursor.at` is after the blanks.
+inline Cursor parse_value(Parser& parser, Cursor cursor, std::int64_t depth) {
+    if (depth > parser.limits.max_depth) return fail(parser, cursor.at, kTooDeep);
+    if (--parser.limits.max_nodes < 0) return fail(parser, cursor.at, kTooManyNodes);
+    const char first = *cursor.at;
+    switch (first) {
         case '"':
             return parse_string(parser, cursor);
         case '{':
-            return parse_object(parser, cursor, depth);
+            return parse_container<JsonKind::kObject>(parser, cursor, depth);
         case '[':
-            return parse_array(parser, cursor, depth);
-        case '0':
-        case '1':
-        case '2':
-        case '3':
-        case '4':
-        case '5':
-        case '6':
-        case '7':
-        case '8':
-        case '9':
-        case '-':
-        case '+':
-            return parse_number(parser, cursor);
+            return parse_container<JsonKind::kArray>(parser, cursor, depth);
         case 't':
-            return parse_word(parser, cursor, "true", {NodeKind::kBoolean, true, 0, {}});
+            return parse_word(parser, cursor, "true", {JsonKind::kBoolean, true, 0, {}});
         case 'f':
-            return parse_word(parser, cursor, "false", {NodeKind::kBoolean, false, 0, {}});
+            return parse_word(parser, cursor, "false", {JsonKind::kBoolean, false, 0, {}});
         case 'n':
             return parse_word(parser, cursor, "null", {});
         default:
+            if (is_number_byte(first)) return parse_number(parser, cursor);
             return fail_or_end(parser, cursor.at, kBadToken, kNoValue);
     }
 }
 
-// `open` is where the container began, `cursor.at` its last byte.  Blanks go and escapes never grow
-// when it is written again, so that its source is at least as long.
-Cursor close_container(JsonNode* container, NodeKind kind, std::size_t size, Cursor cursor) {
-    const auto nodes = static_cast<std::size_t>(cursor.node - container);
-    *container = container_node(kind, size, nodes);
+// The key of the object's next member, and its colon.
+inline Cursor parse_key(Parser& parser, Cursor cursor, std::int64_t size, KeySet& keys) {
+    if (*cursor.at != '"') return fail_or_end(parser, cursor.at, kNoKey, kOpenObject);
+    const JsonNode* const key = cursor.node;
+    cursor = parse_string(parser, cursor);
+    if (cursor.at == nullptr) return cursor;
+    if (size == parser.limits.max_object_members) return fail(parser, cursor.at, kTooManyMembers);
+    if (parser.limits.reject_duplicate_keys && !keys.add(key, parser.seed)) {
+        return fail(parser, cursor.at, kDuplicateKey);
+    }
+    cursor.at = skip_blanks(cursor.at);
+    if (*cursor.at != ':') return fail(parser, cursor.at, kNoColon);
+    return {skip_blanks(cursor.at + 1), cursor.node};
+}
+
+template <JsonKind kKind>
+Cursor parse_container(Parser& parser, Cursor cursor, std::int64_t depth) {
+    constexpr bool kIsObject = kKind == JsonKind::kObject;
+    constexpr char kEnd = kIsObject ? '}' : ']';
+    JsonNode* const container = cursor.node++;
+    KeySet keys(container);
+    std::int64_t size = 0;
+    cursor.at = skip_blanks(cursor.at + 1);
+    while (size > 0 || *cursor.at != kEnd) {
+        if (kIsObject) cursor = parse_key(parser, cursor, size, keys);
+        if (cursor.at == nullptr) return cursor;
+        cursor = parse_value(parser, cursor, depth + 1);
+        if (cursor.at == nullptr) return cursor;
+        ++size;
+        cursor.at = skip_blanks(cursor.at);
+        if (*cursor.at == kEnd) break;
+        if (*cursor.at != ',') {
+            return kIsObject ? fail_or_end(parser, cursor.at, kNoObjectComma, kOpenObject)
+                             : fail_or_end(parser, cursor.at, kNoArrayComma, kOpenArray);
+        }
+        cursor.at = skip_blanks(cursor.at + 1);
+        if (*cursor.at == kEnd) {
+            return fail(parser, cursor.at, kIsObject ? kObjectTrailingComma : kArrayTrailingComma);
+        }
+    }
+    make_container(container, kKind, static_cast<std::size_t>(size), cursor.node);
     return {cursor.at + 1, cursor.node};
 }
 
-Cursor parse_array(Parser& parser, Cursor cursor, std::size_t depth) {
-    JsonNode* const array = cursor.node++;
-    std::size_t size = 0;
-    cursor.at = skip_blanks(cursor.at + 1);
-    if (*cursor.at == ']') return close_container(array, NodeKind::kArray, 0, cursor);
-    for (;;) {
-        cursor = parse_value(parser, cursor, depth + 1);
-        if (cursor.at == nullptr) return cursor;
-        ++size;
-        cursor.at = skip_blanks(cursor.at);
-        if (*cursor.at == ']') return close_container(array, NodeKind::kArray, size, cursor);
-        if (*cursor.at != ',') return fail_or_end(parser, cursor.at, kNoArrayComma, kOpenArray);
-        cursor.at = skip_blanks(cursor.at + 1);
-        if (*cursor.at == ']') return fail(parser, cursor.at, kArrayTrailingComma);
-    }
-}
+// The complete input.
 
-Cursor parse_object(Parser& parser, Cursor cursor, std::size_t depth) {
-    JsonNode* const object = cursor.node++;
-    KeySet keys(object);
-    std::size_t size = 0;
-    cursor.at = skip_blanks(cursor.at + 1);
-    if (*cursor.at == '}') return close_container(object, NodeKind::kObject, 0, cursor);
-    for (;;) {
-        if (*cursor.at != '"') return fail_or_end(parser, cursor.at, kNoKey, kOpenObject);
-        const JsonNode* const key = cursor.node;
-        cursor = parse_string(parser, cursor);
-        if (cursor.at == nullptr) return cursor;
-        if (size == parser.max_members) return fail(parser, cursor.at, kTooManyMembers);
-        if (parser.reject_duplicates && !keys.add(key, parser.seed)) {
-            return fail(parser, cursor.at, kDuplicateKey);
-        }
-        cursor.at = skip_blanks(cursor.at);
-        if (*cursor.at != ':') return fail(parser, cursor.at, kNoColon);
-        cursor.at = skip_blanks(cursor.at + 1);
-        cursor = parse_value(parser, cursor, depth + 1);
-        if (cursor.at == nullptr) return cursor;
-        ++size;
-        cursor.at = skip_blanks(cursor.at);
-        if (*cursor.at == '}') return close_container(object, NodeKind::kObject, size, cursor);
-        if (*cursor.at != ',') return fail_or_end(parser, cursor.at, kNoObjectComma, kOpenObject);
-        cursor.at = skip_blanks(cursor.at + 1);
-        if (*cursor.at == '}') return fail(parser, cursor.at, kObjectTrailingComma);
-    }
-}
-
-// The whole input.
-
-bool within(std::int64_t value, std::int64_t highest) { return value >= 1 && value <= highest; }
+bool within(std::int64_t value, std::int64_t maximum) { return value >= 1 && value <= maximum; }
 
 bool are_valid(const JsonLimits& limits) {
     return within(limits.max_input_bytes, 16'777'216) && within(limits.max_depth, 256) &&
@@ -379,9 +314,9 @@ bool are_valid(const JsonLimits& limits) {
            within(limits.max_object_members, 100'000);
 }
 
-JsonParseResult refused(std::string_view input, std::size_t offset, const Fault& fault) {
+JsonParseResult refused(std::string_view input, std::size_t offset, const JsonError& error) {
     JsonParseResult result;
-    result.error = {fault.code, fault.message, static_cast<std::int64_t>(offset), 1, 1};
+    result.error = {error.code, error.message, static_cast<std::int64_t>(offset), 1, 1};
     for (const char byte : input.substr(0, offset)) {
         ++result.error.column;
         if (byte != '\n') continue;
@@ -391,81 +326,58 @@ JsonParseResult refused(std::string_view input, std::size_t offset, const Fault&
     return result;
 }
 
-// What can be said before a single value is looked at; null when nothing is wrong.
-struct FirstLook {
-    const Fault* fault = nullptr;
-    std::size_t offset = 0;
-};
-
-FirstLook look_at(std::string_view input, const JsonLimits& limits) {
-    if (!are_valid(limits)) return {&kBadLimits, 0};
-    const auto max_input_bytes = static_cast<std::size_t>(limits.max_input_bytes);
-    if (input.size() > max_input_bytes) return {&kInputTooLong, max_input_bytes};
-    const std::size_t valid = valid_utf8_prefix(input);
-    if (valid < input.size()) return {&kBadUtf8, valid};
-    return {};
-}
-
-// How many nodes an input can fill.  In a whole document each value and each key has two bytes of
-// its own, one of them a separator's or bracket's, but for the outermost value, which may have one.
-// What was read of a broken one becomes whole by four bytes at most, and one for each container
-// that is still open.  And no more than `max_nodes` values come to pass, each with one key at most,
-// and one more key.
+// The most nodes that an input can fill, also when it is broken: each key and value has at least
+// one byte, and a key comes only with a value of its own or as the last node.
 std::size_t node_bound(std::size_t input_size, const JsonLimits& limits) {
-    const std::size_t by_size = (input_size + static_cast<std::size_t>(limits.max_depth)) / 2 + 3;
-    return std::min(by_size, 2 * static_cast<std::size_t>(limits.max_nodes) + 2);
+    return std::min(input_size, 2 * static_cast<std::size_t>(limits.max_nodes));
 }
 
-// Parses `input`, which is padded with zero bytes and outlives `storage`, into `storage`.
-JsonParseResult parse_padded(JsonStorage* storage, char* texts, std::string_view input,
-                             const JsonLimits& limits) {
-    JsonValue value = JsonAccess::value(storage, storage->nodes);
-    const auto unsigned_limit = [](std::int64_t limit) { return static_cast<std::size_t>(limit); };
-    Parser parser = {.end = input.data() + input.size(),
-                     .max_depth = unsigned_limit(limits.max_depth),
-                     .max_string_bytes = unsigned_limit(limits.max_string_bytes),
-                     .max_members = unsigned_limit(limits.max_object_members),
-                     .reject_duplicates = limits.reject_duplicate_keys,
-                     .values_left = unsigned_limit(limits.max_nodes),
-                     .texts = texts};
-    Cursor cursor = {skip_blanks(input.data()), storage->nodes};
-    cursor = parse_value(parser, cursor, 1);
+// Of an input that is valid UTF-8 and not too long.
+JsonParseResult parse(ByteBuffer input, const JsonLimits& limits) {
+    std::memset(input.spare(kTextPadding), 0, kTextPadding);
+    const std::string_view text = input.view();
+    ByteBuffer nodes;
+    ByteBuffer texts;
+    Parser parser = {.end = text.data() + text.size(),
+                     .limits = limits,
+                     .texts = texts.spare(text.size() + kTextPadding)};
+    auto* const root = reinterpret_cast<JsonNode*>(
+        nodes.spare(node_bound(text.size(), limits) * sizeof(JsonNode)));
+    Cursor cursor = parse_value(parser, {skip_blanks(text.data()), root}, 1);
     if (cursor.at != nullptr) {
         cursor.at = skip_blanks(cursor.at);
         if (cursor.at != parser.end) cursor = fail(parser, cursor.at, kTrailingInput);
     }
     if (cursor.at == nullptr) {
-        const auto offset = static_cast<std::size_t>(parser.fault_at - input.data());
-        return refused(input, offset, *parser.fault);
+        return refused(text, static_cast<std::size_t>(parser.error_at - text.data()),
+                       *parser.error);
     }
-    return {.ok = true, .value = std::move(value), .error = {}};
+    std::vector<ByteBuffer> blocks;
+    for (ByteBuffer* const block : {&input, &nodes, &texts}) blocks.push_back(std::move(*block));
+    return {.ok = true, .value = JsonAccess::value(std::move(blocks), root), .error = {}};
 }
 
 }  // namespace
 
 JsonParseResult parse_json(std::string_view input, const JsonLimits& limits) {
-    const FirstLook look = look_at(input, limits);
-    if (look.fault != nullptr) return refused(input, look.offset, *look.fault);
-
-    // The texts' room holds the copy, its padding, and what will be decoded.
-    const std::size_t copy_size = input.size() + kTextPadding;
-    JsonStorage* const storage =
-        make_storage(node_bound(input.size(), limits), copy_size + input.size());
-    char* const copy = storage->texts;
-    if (!input.empty()) std::memcpy(copy, input.data(), input.size());
-    std::memset(copy + input.size(), 0, kTextPadding);
-    return parse_padded(storage, copy + copy_size, {copy, input.size()}, limits);
+    return parse_json(ByteBuffer::copy_of(input), limits);
 }
 
 JsonParseResult parse_json(ByteBuffer input, const JsonLimits& limits) {
-    const FirstLook look = look_at(input.view(), limits);
-    if (look.fault != nullptr) return refused(input.view(), look.offset, *look.fault);
+    const std::string_view text = input.view();
+    if (!are_valid(limits)) return refused(text, 0, kBadLimits);
+    const auto max_input_bytes = static_cast<std::size_t>(limits.max_input_bytes);
+    if (text.size() > max_input_bytes) return refused(text, max_input_bytes, kInputTooLong);
+    const std::size_t valid = valid_utf8_prefix(text);
+    if (valid < text.size()) return refused(text, valid, kBadUtf8);
+    return parse(std::move(input), limits);
+}
 
-    std::memset(input.spare(kTextPadding), 0, kTextPadding);
-    const std::string_view padded = input.view();
-    JsonStorage* const storage = make_storage(node_bound(padded.size(), limits), padded.size());
-    storage->input = std::move(input);
-    return parse_padded(storage, storage->texts, padded, limits);
+JsonValue json_copy(JsonView value) {
+    ByteBuffer text = write_json(value);
+    // Nothing in a text is deeper, or more, than the text has bytes.
+    const auto size = static_cast<std::int64_t>(text.size());
+    return parse(std::move(text), {size, size, size, size, size, false}).value;
 }
 
 }  // namespace quorvane

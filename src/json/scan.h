@@ -49,6 +49,15 @@ inline std::size_t text_run(const char* at) {
     return before_first((bytes < 0x20) | (bytes == '"') | (bytes == '\\'));
 }
 
+/// The first byte from `at` on that a JSON string cannot hold as it is; there must be one. Stepping
+/// by a constant lets the processor look at the next bytes before it knows whether it has to.
+inline const char* skip_text(const char* at) {
+    for (;; at += kWidth) {
+        const std::size_t run = text_run(at);
+        if (run < kWidth) return at + run;
+    }
+}
+
 /// Space, tab, line feed, carriage return.
 inline std::size_t blank_run(const char* at) {
     const Bytes bytes = load(at);

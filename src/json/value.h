@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "support/bytes.h"
+
 /// JSON values: trees that are built once, read through views and never changed in place.
 ///
 /// Strings and keys are valid UTF-8, numbers are valid literals and keep their text, members keep
@@ -36,15 +38,13 @@ struct JsonNumber {
 };
 
 struct JsonNode;
-struct JsonStorage;
-class JsonElements;
-class JsonMembers;
+class JsonItems;
 
 /// Refers to one value inside a tree, or to none ("absent"); as cheap as a pointer.
 ///
 /// It holds as long as the JsonValue that owns the tree, or that the tree was moved into.  Every
-/// question may be asked of every view: one that does not suit the kind, or the absent view, is
-/// answered with an empty text, false, 0 or an empty range.
+/// question may be asked of every view: when it does not suit the kind, or the view is absent, the
+/// answer is an empty text, false, 0 or an empty range.
 class JsonView {
   public:
     JsonView() = default;
@@ -64,8 +64,7 @@ class JsonView {
     [[nodiscard]] std::int64_t integer() const;  ///< 0 unless the number `fits`.
 
     [[nodiscard]] std::size_t size() const;  ///< How many elements or members.
-    [[nodiscard]] JsonElements elements() const;
-    [[nodiscard]] JsonMembers members() const;
+    [[nodiscard]] JsonItems items() const;
 
   private:
     friend struct JsonAccess;
@@ -73,76 +72,40 @@ class JsonView {
     const JsonNode* node_ = nullptr;
 };
 
-struct JsonMember {
-    std::string_view key;
+struct JsonItem {
+    std::string_view key;  ///< Empty in an array.
     JsonView value;
 };
 
-/// The elements of an array in order: `for (JsonView element : view.elements())`.
-class JsonElements {
+/// The elements of an array or the members of an object in order:
+/// `for (const JsonItem item : view.items())`.  The range is its own iterator.
+class JsonItems {
   public:
-    class Iterator {
-      public:
-        Iterator() = default;
-        Iterator(const JsonNode* node, std::size_t left) : node_(node), left_(left) {}
-        JsonView operator*() const;
-        Iterator& operator++();
-        bool operator==(const Iterator& other) const { return left_ == other.left_; }
-
-      private:
-        const JsonNode* node_ = nullptr;
-        std::size_t left_ = 0;
-    };
-
-    explicit JsonElements(Iterator first) : first_(first) {}
-    [[nodiscard]] Iterator begin() const { return first_; }
-    [[nodiscard]] Iterator end() const { return {}; }
+    JsonItems() = default;
+    [[nodiscard]] JsonItems begin() const { return *this; }
+    [[nodiscard]] JsonItems end() const { return {}; }
+    JsonItem operator*() const;
+    JsonItems& operator++();
+    bool operator==(const JsonItems& other) const { return left_ == other.left_; }
 
   private:
-    Iterator first_;
+    friend class JsonView;
+    const JsonNode* node_ = nullptr;  // Of the key, in an array of the element.
+    std::size_t left_ = 0;
+    std::size_t key_nodes_ = 0;  // 1 in an object.
 };
 
-/// The members of an object in order: `for (JsonMember member : view.members())`.
-class JsonMembers {
-  public:
-    class Iterator {
-      public:
-        Iterator() = default;
-        Iterator(const JsonNode* key, std::size_t left) : key_(key), left_(left) {}
-        JsonMember operator*() const;
-        Iterator& operator++();
-        bool operator==(const Iterator& other) const { return left_ == other.left_; }
-
-      private:
-        const JsonNode* key_ = nullptr;
-        std::size_t left_ = 0;
-    };
-
-    explicit JsonMembers(Iterator first) : first_(first) {}
-    [[nodiscard]] Iterator begin() const { return first_; }
-    [[nodiscard]] Iterator end() const { return {}; }
-
-  private:
-    Iterator first_;
-};
-
-/// Owns a whole tree.  Made empty, or moved from, it is null.
+/// Owns a complete tree.  Made empty, or moved from, it is null.
 class JsonValue {
   public:
     JsonValue() = default;
     JsonValue(JsonValue&& other) noexcept
-        : storage_(std::exchange(other.storage_, nullptr)),
-          root_(std::exchange(other.root_, nullptr)) {}
+        : blocks_(std::move(other.blocks_)), root_(std::exchange(other.root_, nullptr)) {}
     JsonValue& operator=(JsonValue&& other) noexcept {
         JsonValue moved(std::move(other));
-        std::swap(storage_, moved.storage_);
-        std::swap(root_, moved.root_);
+        blocks_.swap(moved.blocks_);
+        root_ = moved.root_;
         return *this;
-    }
-    JsonValue(const JsonValue&) = delete;
-    JsonValue& operator=(const JsonValue&) = delete;
-    ~JsonValue() {
-        if (storage_ != nullptr) release_storage();
     }
 
     /// Never absent.
@@ -151,10 +114,10 @@ class JsonValue {
 
   private:
     friend struct JsonAccess;
-    JsonValue(JsonStorage* storage, const JsonNode* root) : storage_(storage), root_(root) {}
-    void release_storage();
+    JsonValue(std::vector<ByteBuffer> blocks, const JsonNode* root)
+        : blocks_(std::move(blocks)), root_(root) {}
 
-    JsonStorage* storage_ = nullptr;
+    std::vector<ByteBuffer> blocks_;
     const JsonNode* root_ = nullptr;
 };
 
@@ -165,11 +128,11 @@ class JsonValue {
 /// Null when `text` is not valid UTF-8.
 [[nodiscard]] JsonValue json_string(std::string_view text);
 [[nodiscard]] JsonValue json_integer(std::int64_t value);
-/// A number that keeps `text` as its form; null when that is no JSON number literal.
+/// A number that is written as `text`; null when that is no JSON number literal.
 [[nodiscard]] JsonValue json_number_text(std::string_view text);
 [[nodiscard]] JsonValue json_array(std::vector<JsonValue> elements);
-/// Null when there are not as many keys as values, or a key is not valid UTF-8.  Equal keys are
-/// kept, all of them.
+/// Null when there are not as many keys as values, or a key is not valid UTF-8.  Of equal keys all
+/// are kept.
 [[nodiscard]] JsonValue json_object(std::vector<std::string_view> keys,
                                     std::vector<JsonValue> values);
 /// A tree of its own with the same content; the copy of the absent view is null.
@@ -192,7 +155,7 @@ template <typename... Values>
 /// Empty when there is no such member or it is not a string.
 [[nodiscard]] std::string_view json_get_string(JsonView object, std::string_view key);
 
-// Taking trees apart; what is left out stays in memory until the result is gone.
+// Taking trees apart.  What is left out stays in memory as long as the result.
 
 /// The member, or null when there is none.
 [[nodiscard]] JsonValue json_take_member(JsonValue object, std::string_view key);

@@ -114,19 +114,17 @@ char* put_container(Writer& writer, char* at, const JsonNode& container, std::si
 template <bool kIndented>
 char* put_value(Writer& writer, char* at, const JsonNode& node, std::size_t depth) {
     switch (node.kind) {
-        case NodeKind::kString:
+        case JsonKind::kString:
             return put_string(writer, at, node);
-        case NodeKind::kNumber:
+        case JsonKind::kNumber:
             return put_text(writer.room(at, node.size + kSlack), node_text(node));
-        case NodeKind::kArray:
-        case NodeKind::kObject:
-            return put_container<kIndented>(writer, at, node, depth);
-        case NodeKind::kLink:
-            return put_container<kIndented>(writer, at, *node.target, depth);
-        case NodeKind::kBoolean:
+        case JsonKind::kArray:
+        case JsonKind::kObject:
+            return put_container<kIndented>(writer, at, *resolve(&node), depth);
+        case JsonKind::kBoolean:
             at = writer.room(at, kSlack);
             return node.flag ? put_word(at, "true") : put_word(at, "false");
-        case NodeKind::kNull:
+        case JsonKind::kNull:
             break;
     }
     return put_word(writer.room(at, kSlack), "null");
@@ -134,7 +132,7 @@ char* put_value(Writer& writer, char* at, const JsonNode& node, std::size_t dept
 
 template <bool kIndented>
 char* put_container(Writer& writer, char* at, const JsonNode& container, std::size_t depth) {
-    const bool is_object = container.kind == NodeKind::kObject;
+    const bool is_object = container.kind == JsonKind::kObject;
     at = writer.room(at, kBytesPerNode * container.nodes + kSlack);
     *at++ = is_object ? '{' : '[';
     const JsonNode* part = &container + 1;

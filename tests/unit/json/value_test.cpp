@@ -75,7 +75,7 @@ TEST(JsonConstructors, RefuseWithNull) {
 TEST(JsonView, AnswersEveryQuestionOfEveryKind) {
     const JsonValue all = parsed(R"(["s", 7, true, [], {"k": [1, 2]}, null])");
     std::string kinds;
-    for (const JsonView element : all.view().elements()) {
+    for (const auto& [key, element] : all.view().items()) {
         kinds += std::to_string(static_cast<int>(element.kind()));
         EXPECT_EQ(element.text().empty(), !element.is_string());
         EXPECT_EQ(element.integer() == 7, element.is_number());
