@@ -255,7 +255,7 @@ inline Cursor parse_value(Parser& parser, Cursor cursor, std::int64_t depth) {
         case 'n':
             return parse_word(parser, cursor, "null", {});
         default:
-            if (is_number_byte(first)) return parse_number(parser, cursor);
+            if (is_digit(first) || first == '-' || first == '+') return parse_number(parser, cursor);
             return fail_or_end(parser, cursor.at, kBadToken, kNoValue);
     }
 }

@@ -44,6 +44,7 @@ TEST(ParseJson, ReportsTheFirstFaultAndItsPlace) {
         {"\"\\", {"unexpected_end", "unterminated JSON escape"}, 2},
         {"\xEF\xBB\xBF{}", {"unexpected_token", "unexpected token in JSON input"}, 0},
         {"[tru]", {"unexpected_token", "unexpected token in JSON input"}, 1},
+        {"[.5]", {"unexpected_token", "unexpected token in JSON input"}, 1},
         {"[1 2]", {"unexpected_token", "expected comma or closing bracket"}, 3},
         {"[1, ]", {"unexpected_token", "trailing comma in JSON array"}, 4},
         {"{1:2}", {"unexpected_token", "JSON object key must be a string"}, 1},
