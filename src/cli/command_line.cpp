@@ -106,7 +106,7 @@ bool positional_count_fits(std::span<const ArgumentSpec> arguments, std::size_t 
 }
 
 ParseResult finish(Walk& walk) {
-    // Options alone ask for help; a stray word is an error below.
+    // A line of options only, or of nothing, asks for help; a stray word is an error below.
     ParseResult& result = walk.result;
     if (result.command_path.empty() && result.positionals.empty()) return answer_help(walk);
     for (const OptionSpec* option : walk.scope) {

@@ -33,7 +33,8 @@ struct ParseResult {
 /// commands before it, then the options of the current command.  The last occurrence of an option
 /// wins, and "--" ends the options.  "-h" and "--help" end the reading with the help of the current
 /// command; "-V" and "--version" end it with the version, unless an option in scope has that name.
-/// The value in "--flag=x" is ignored on purpose.  Options alone ask for help.
+/// The value in "--flag=x" is ignored on purpose.  A line of options only, or of nothing, asks for
+/// help.
 ///
 /// Errors: "unknown option NAME"; "NAME requires VALUE"; "invalid value for NAME: VALUE"; "missing
 /// required option --LONG"; "invalid arguments", a line feed and the command's help.

@@ -16,7 +16,7 @@ struct OptionSpec {
     std::string_view value_name;   ///< The placeholder shown in help; empty for a flag.
     std::string_view description;  ///< One line of help.
     bool required = false;
-    bool inherited = false;  ///< Also valid after the words of the command's subcommands.
+    bool inherited = false;  ///< Also valid after a subcommand's name.
     std::string_view default_value;
     std::span<const std::string_view> allowed_values;  ///< Empty when any value is allowed.
 

@@ -22,8 +22,8 @@ inline constexpr std::int64_t kDefaultDnsTimeoutMs = 2'000;
 using ResolveResult = DnsAnswer;
 
 /// Asks for AAAA records and then, even when that failed, for A records; each query may wait for
-/// `timeout_ms` (0 to 600000).  `name_server` is an IPv4 literal, empty for that of the resolver
-/// file.
+/// `timeout_ms` (0 to kMaxReadyWaitMs).  `name_server` is an IPv4 literal, empty for that of the
+/// resolver file.
 ///
 /// A query fails with EINVAL, and sends nothing, when the host is no DNS name, the server no IPv4
 /// literal or the time limit out of range; with EIO when the kernel gives no random identifier;

@@ -24,7 +24,7 @@ namespace quorvane {
 
 struct TlsSettings {
     /// A name or a literal: connected to, sent as SNI, and required in the certificate.  A trailing
-    /// dot is for the name server alone (RFC 6066 3: SNI has none; no certificate has one either).
+    /// dot is left out of both: neither SNI (RFC 6066 3) nor a certificate has one.
     std::string host;
     std::int32_t port = 443;       ///< 1 to kMaxPort.
     std::int64_t timeout_ms = 0;   ///< 1 to kMaxReadyWaitMs.

@@ -38,7 +38,7 @@ struct Ipv6Address {
 /// All eight groups, lower case, without leading zeros and never shortened by "::".
 [[nodiscard]] std::string format_ipv6(const Ipv6Address& address);
 
-/// An address and a port as the kernel takes them: the first `size` bytes, whichever member it is.
+/// An address and a port as the kernel takes them; `size` is that of the member in use.
 struct SocketAddress {
     union {
         sockaddr_in6 ipv6 = {};

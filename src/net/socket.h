@@ -11,10 +11,10 @@
 ///
 /// Times are in milliseconds, and a limit bounds one wait, not a complete transfer.  Ports are in
 /// host byte order.  Failures are negated errno values: that of the failing call, -EINVAL for an
-/// argument outside its range (nothing was opened), -ETIMEDOUT for a wait that ran out.  EINTR is
-/// retried by a wait and by `accept_connection`, and nowhere else.  Every descriptor is
-/// close-on-exec.  Results own their descriptor; functions that take a plain `int fd` only borrow
-/// it.
+/// argument outside its range (nothing was opened), -ETIMEDOUT for a connect or a send whose wait
+/// ran out.  EINTR is retried by a wait and by `accept_connection`, and nowhere else.  Every
+/// descriptor is close-on-exec.  Results own their descriptor; functions that take a plain `int fd`
+/// only borrow it.
 namespace quorvane {
 
 /// The longest single connect, send or receive wait that is accepted.
@@ -90,7 +90,7 @@ struct ReceiveResult {
 /// itself: such a call then fails with EAGAIN after `timeout_ms` (1 to kMaxReadyWaitMs).
 [[nodiscard]] bool set_socket_timeouts(int fd, std::int64_t timeout_ms);
 
-/// Ends a connection on which a response has just been sent, so that the peer surely reads it.  The
+/// Ends a connection on which a response has just been sent, so that the peer can read it.  The
 /// writing side is shut, what the peer still sends is read and dropped until it closes, at most
 /// 64 KiB and for at most `timeout_ms`, and the socket is closed.  (Closing it over unread bytes
 /// makes the kernel send a reset, which can overtake the response.)

@@ -15,6 +15,15 @@ FdHandle create_exclusively(const std::string& path) {
     return FdHandle(kernel::open(path.c_str(), flags, kFileMode));
 }
 
+/// O_NONBLOCK keeps a FIFO that has just replaced the file from blocking the open until somebody
+/// writes to it.  It also refuses a file on which another process holds a lease (fcntl(2),
+/// F_SETLEASE), which no FIFO has; that one is opened again, and the kernel bounds the wait.
+FdHandle open_for_reading(const std::string& path) {
+    const int flags = O_RDONLY | O_CLOEXEC;
+    const long opened = kernel::open(path.c_str(), flags | O_NONBLOCK);
+    return FdHandle(opened == -EAGAIN ? kernel::open(path.c_str(), flags) : opened);
+}
+
 bool write_and_sync(FdHandle fd, std::string_view bytes) {
     while (!bytes.empty()) {
         // EINTR is not retried: no signal handler is ever installed, so it is an error like any
@@ -61,9 +70,7 @@ ByteBuffer read_whole_file(std::string_view path, std::int64_t max_bytes) {
     const FileStatus status = stat_path(path);
     if (status.kind != FileKind::kRegular || status.size < 0) return bytes;
     if (status.size > max_bytes) return bytes;
-    // O_NONBLOCK has no effect on a regular file; a FIFO that has replaced it since then would
-    // otherwise block the open until somebody writes to it.
-    const FdHandle fd(kernel::open(status.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const FdHandle fd = open_for_reading(status.path);
     if (!fd.valid()) return bytes;
 
     const auto size = static_cast<std::size_t>(status.size);

@@ -47,7 +47,8 @@ bool remove_path(std::string_view path);
 /// are written to "PATH.tmp.PID", which is created exclusively, synchronised and renamed to
 /// `path`.  False when any step fails; the temporary file is then gone and the target untouched.  A
 /// temporary file of an earlier process with the same id is removed.  Signals that would end the
-/// process are held back while the temporary file exists, so only SIGKILL can leave one.
+/// process (SIGINT, SIGTERM, SIGHUP, SIGQUIT) are held back while the temporary file exists;
+/// another fatal signal or a crash of the machine can leave it behind.
 [[nodiscard]] bool write_file_atomic(std::string_view path, std::string_view bytes);
 
 }  // namespace quorvane

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-/// Unbuffered output: every byte has left the process when the call returns.
+/// Unbuffered output: when a call returns, nothing is left in this process.
 namespace quorvane {
 
 enum class Stream : int { kOutput = 1, kError = 2 };
