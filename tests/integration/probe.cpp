@@ -1,10 +1,9 @@
-// Runs one operation of the network layers for the tests and shows what came of it.
+// Runs one operation of the network layers and shows its result.
 //
 //   probe plain|tls HOST PORT TIMEOUT_MS MAX_BYTES [BODY_BYTES [TRUST_FILE]]
 //   probe resolve HOST TIMEOUT_MS [SERVER]
 //   probe connect HOST PORT TIMEOUT_MS
-#include <cstdio>
-#include <cstdlib>
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -17,7 +16,9 @@
 namespace quorvane {
 namespace {
 
-int run_exchange(const std::vector<std::string>& words) {
+using Words = std::vector<std::string>;
+
+void run_exchange(const Words& words) {
     const HttpTarget target = {.host_header = words[1],
                                .host = words[1],
                                .max_response_bytes = std::stoll(words[4]),
@@ -31,36 +32,36 @@ int run_exchange(const std::vector<std::string>& words) {
     // It fails, and a later success must clear its message.
     if (words[0] == "tls") static_cast<void>(tls_connect({}));
     const ExchangeResult got = exchange(target, request, transport);
-    std::printf("ok=%d status=%lld complete=%d error=%s\n", got.ok,
-                static_cast<long long>(got.response.status), got.complete,
-                std::string(last_tls_error()).c_str());
-    const std::string_view received = got.response.body.view();
-    if (!received.empty()) std::fwrite(received.data(), 1, received.size(), stdout);
-    return 0;
+    std::cout << "ok=" << got.ok << " status=" << got.response.status
+              << " complete=" << got.complete << " error=" << last_tls_error() << '\n'
+              << got.response.body.view();
 }
 
-int run_resolve(const std::vector<std::string>& words) {
+void run_resolve(const Words& words) {
     const ResolveResult got =
         resolve_host(words[1], std::stoll(words[2]), words.size() > 3 ? words[3] : "");
-    std::printf("ok=%d timed_out=%d error=%d", got.ok, got.timed_out, got.error);
-    for (const std::string& address : got.addresses) std::printf(" %s", address.c_str());
-    std::printf("\n");
-    return 0;
+    std::cout << "ok=" << got.ok << " timed_out=" << got.timed_out << " error=" << got.error;
+    for (const std::string& address : got.addresses) std::cout << ' ' << address;
+    std::cout << '\n';
 }
 
-int run_connect(const std::vector<std::string>& words) {
+void run_connect(const Words& words) {
     const ConnectResult got = connect_host(words[1], std::stoi(words[2]), std::stoll(words[3]));
-    std::printf("ok=%d error=%d\n", got.ok, got.error);
-    return 0;
+    std::cout << "ok=" << got.ok << " error=" << got.error << '\n';
 }
 
 }  // namespace
 }  // namespace quorvane
 
 int main(int count, char** arguments) {
-    const std::vector<std::string> words(arguments + 1, arguments + count);
+    const quorvane::Words words(arguments + 1, arguments + count);
     quorvane::kernel::set_signal(SIGPIPE, SIG_IGN);
-    if (words.at(0) == "resolve") return quorvane::run_resolve(words);
-    if (words.at(0) == "connect") return quorvane::run_connect(words);
-    return quorvane::run_exchange(words);
+    if (words[0] == "resolve") {
+        quorvane::run_resolve(words);
+    } else if (words[0] == "connect") {
+        quorvane::run_connect(words);
+    } else {
+        quorvane::run_exchange(words);
+    }
+    return 0;
 }

@@ -1,0 +1,155 @@
+"""What a Tab in bash, zsh and fish themselves offers.  Needs the three."""
+
+from __future__ import annotations
+
+import os
+import pty
+import re
+import select
+import subprocess
+import time
+from pathlib import Path
+from typing import NamedTuple
+
+from laboratory import ROOT
+from laboratory.home import PROGRAM, Scene
+from laboratory.peers import TIME_LIMIT_S, Script, answer, reply, until_gone
+from laboratory.rows import Rows
+
+FOLDER = ROOT / "packaging/completions"
+
+# What a shell reads first.  The line under test comes by keyboard, its candidates go to $OUT:
+# bash's M-* writes them all into the line, which Enter then runs; zsh reports what it would add.
+START = {"bash": """
+source "$COMPLETIONS/quorvane.bash"
+quorvane() { printf '%s\\n' "$@" >"$OUT.new"; mv "$OUT.new" "$OUT"; }
+PS1='READY>'
+""", "zsh": """
+fpath=("$COMPLETIONS" $fpath)
+autoload -Uz compinit && compinit -u -D
+compadd() {
+    [[ ${@[1,(i)(-|--)]} == *-(O|A|D)\\ * ]] || {
+        local -a hits; builtin compadd -O hits "$@"; print -rl -- $hits >>"$OUT.new"
+    }
+    builtin compadd "$@"
+}
+report() { _main_complete; print -rn '' >>"$OUT.new"; mv "$OUT.new" "$OUT"; }
+zle -C report complete-word report
+bindkey '^I' report
+PROMPT='READY>'
+"""}
+SHELLS = ("bash", "zsh", "fish")
+KEYS = {"bash": "\x1b*\r", "zsh": "\t"}
+
+IDS = ("prj-one", "prj-two", "$(touch broken)", "prj;reboot", "-x", "prj\x1b[2J")
+PROJECTS = reply(answer({"projects": [{"id": i, "name": i + " \x1b[2J"} for i in IDS]}))
+
+
+class Line(NamedTuple):
+    """What is typed after the program's name, and what is offered then."""
+
+    words: str
+    offers: set[str]
+    script: Script = ()
+    shell: str = ""
+
+    @property
+    def name(self) -> str:
+        return f"{self.shell}: {self.words}"
+
+
+def type_line(shell: str, line: str, scene: Scene) -> tuple[list[str], str]:
+    """Types `line` and the key that completes it; the words reported, and all that was seen."""
+    out = Path(scene.environment["OUT"])
+    main, terminal = pty.openpty()
+    command = {"bash": ["bash", "--noprofile", "--rcfile", f"{scene.path}/.bashrc"],
+               "zsh": ["zsh", "-d", "-i"]}[shell]
+    child = subprocess.Popen(command, env=scene.environment, cwd=scene.work, start_new_session=True,
+                             stdin=terminal, stdout=terminal, stderr=terminal)
+    os.close(terminal)
+    seen, sent, deadline = "", 0, time.monotonic() + TIME_LIMIT_S
+    try:
+        while not out.exists():
+            if time.monotonic() > deadline:
+                raise AssertionError(f"{shell} did not finish: {seen!r}")
+            if select.select([main], [], [], 0.02)[0]:
+                seen += os.read(main, 65536).decode(errors="replace")
+            if not sent and "READY>" in seen:
+                sent = os.write(main, (line + KEYS[shell]).encode())
+        return out.read_text().splitlines(), seen
+    finally:
+        child.kill()
+        child.wait()
+        os.close(main)
+
+
+def press_tab(shell: str, line: str, scene: Scene) -> tuple[set[str], str]:
+    """What `shell` offers at the end of `line`, and what the terminal showed."""
+    typed = line.split(" ")[1:]
+    if shell == "fish":
+        script = 'source "$COMPLETIONS/quorvane.fish"; complete -C "$LINE"'
+        run = subprocess.run(["fish", "--no-config", "-c", script], cwd=scene.work, text=True,
+                             env={**scene.environment, "LINE": line}, capture_output=True)
+        # Newer ones offer what only resembles the word, too.
+        offered = [item.partition("\t")[0] for item in run.stdout.splitlines()]
+        offered, shown = [item for item in offered if item.startswith(typed[-1])], run.stderr
+    else:
+        offered, shown = type_line(shell, line, scene)
+    if shell == "bash":  # What was typed stands there too, unless something took its place.
+        offered = [word for word in offered[len(typed) - 1:] if word != typed[-1]]
+    return {re.sub("^-[^=]*=(?=.)", "", word).rstrip("=") for word in offered if word}, shown
+
+
+class Completions(Rows):
+    """The same lines in every shell."""
+
+    def check_offers(self, line: Line) -> None:
+        with Scene(*([line.script] if line.script else ())) as scene:
+            scene.environment |= {"PATH": f"{scene.path}/bin:/usr/bin:/bin", "TERM": "dumb",
+                                  "OUT": f"{scene.path}/out", "ZDOTDIR": str(scene.path),
+                                  "COMPLETIONS": str(FOLDER)}
+            (scene.path / "bin/quorvane").symlink_to(PROGRAM)
+            scene.credential("http://localhost:1").write_text('{"token":"t"}')
+            for name in ("first.json", "second.json"):
+                (scene.work / name).touch()
+            for name, text in START.items():
+                (scene.path / f".{name}rc").write_text(text)
+            typed = "quorvane " + line.words.replace("ORIGIN", scene.origin)
+            offered, shown = press_tab(line.shell, typed, scene)
+            self.assertEqual(offered, line.offers)
+            self.assertNotRegex(shown, "Cannot|Run quorvane|not found")
+            self.assertFalse((scene.work / "broken").exists())
+
+    def test_lines(self) -> None:
+        projects = {"prj-one", "prj-two"}
+        lines = (
+            Line("--base-url config lo", {"login", "logout"}),
+            Line("login --n", {"--no-browser"}),
+            Line("whoami --p", set()),
+            Line("--base-url=https://a config ex", {"export"}),
+            Line("config pull -f ", {"first.json", "second.json"}),
+            Line("config push --file=se", {"second.json"}),
+            Line("--base-url=https:", {"https://"}),
+            Line("--base-url ORIGIN config pull -p ", projects, PROJECTS),
+            Line("config import --base-url=ORIGIN --project=prj-t", {"prj-two"}, PROJECTS),
+            Line("config pull --base-url=ORIGIN -p ", set(), (until_gone,)),
+            Line("config pull --base-url http://localhost:1 -p ", set()))
+        self.each([line._replace(shell=shell) for line in lines for shell in SHELLS],
+                  self.check_offers)
+
+    def test_everything_in_the_help(self) -> None:
+        pending: list[tuple[str, ...]] = [()]
+        while pending:
+            words = pending.pop()
+            text = subprocess.run([PROGRAM, *words, "--help"], capture_output=True, text=True,
+                                  check=True).stdout
+            commands = set(re.findall(r"^  ([a-z]\S*)\t", text, re.M))
+            pending += [(*words, command) for command in commands]
+            options = set(re.findall(r" (--[\w-]+)(?=[\t ])", text))
+            commands |= {"export", "import"} if "pull" in commands else set()  # The help is silent.
+            line = " ".join((*words, ""))
+            self.each([Line(typed, offers, shell=shell) for shell in SHELLS for typed, offers in (
+                (line, commands), (line + "--", options)) if offers], self.check_offers)
+            for description in re.findall(r"\t([^(\n]*[^(\n ])", text):
+                for name in ("_quorvane", "quorvane.fish"):
+                    self.assertIn(description, (FOLDER / name).read_text(), name)

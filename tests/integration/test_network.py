@@ -1,0 +1,295 @@
+"""What needs sockets, TLS or a name server: the network layers, through the program of probe.cpp."""
+# To be run by dev/namespace, so that port 53 and the resolver file are nobody's.  PROBE names the
+# program.  How datagrams and responses are read is the unit tests'.
+
+import os
+import socket
+import subprocess
+import tempfile
+import time
+from collections.abc import Callable
+from pathlib import Path
+from typing import Any, NamedTuple
+
+from laboratory.network import RESOLVER_FILE, Authority, replace, serving
+from laboratory.peers import (NameServer, Peer, Script, address, chunked,
+                              dns_reply, reply, reset, until_gone, until_over)
+from laboratory.rows import Rows
+
+PROBE = os.environ["PROBE"]
+MAXIMUM = 8_388_608
+LARGE = bytes(range(256)) * (7 * 4096)  # 7 MiB.
+FOLDER: Path
+AUTHORITY: Authority
+
+
+def setUpModule() -> None:  # pylint: disable=invalid-name
+    global FOLDER, AUTHORITY  # pylint: disable=global-statement
+    folder = tempfile.TemporaryDirectory()
+    Rows.addClassCleanup(folder.cleanup)
+    FOLDER = Path(folder.name)
+    replace(RESOLVER_FILE, "nameserver 127.0.0.1\n", FOLDER)
+    subprocess.run(["ip", "address", "add", "10.53.0.1/32", "dev", "lo"], check=True)
+    AUTHORITY = Authority(FOLDER)
+    AUTHORITY.issue("good", "localhost", "127.0.0.1", "service.test")
+
+
+def probe(*words: object, **environment: str) -> tuple[str, bytes]:
+    """The probe's first line, and what follows it."""
+    done = subprocess.run([PROBE, *map(str, words)], check=True, stdout=subprocess.PIPE, env={
+        **os.environ, "SSL_CERT_FILE": str(AUTHORITY.trust_file), **environment})
+    line, _, body = done.stdout.partition(b"\n")
+    return line.decode(), body
+
+
+# Name resolution.
+
+def resolved(addresses: str = "", ok: int = 1, timed_out: int = 0, error: int = 0) -> str:
+    return f"ok={ok} timed_out={timed_out} error={error} {addresses}".strip()
+
+
+SIX, FOUR = address("2001:db8::1"), address("10.0.0.2")
+SIX_TEXT = "2001:db8:0:0:0:0:0:1"
+BOTH = resolved(f"{SIX_TEXT} 10.0.0.2")
+BAD = resolved(ok=0, error=74)
+Answer = Callable[[bytes], bytes | None]
+
+
+def says(*records: bytes, **options: int) -> Answer:
+    return lambda query: dns_reply(query, *records, **options)
+
+
+class Name(NamedTuple):
+    """A name of one label before ".test", and what resolving it yields."""
+
+    name: str
+    six: Answer | None
+    """The answer to the question for IPv6 addresses; None: silence."""
+    four: Answer | None
+    expect: str
+
+
+NAMES = {row.name: row for row in (
+    Name("both", says(SIX), says(FOUR), BOTH),
+    Name("first-bad", says(SIX, other_id=1), says(FOUR), resolved("10.0.0.2")),
+    Name("second-bad", says(SIX), says(FOUR, flags=0x8183), resolved(SIX_TEXT)),
+    Name("both-bad", says(flags=0x8183), says(flags=0x8183), BAD),
+    Name("empty", says(), says(), resolved()),
+    Name("silent", None, None, resolved(ok=0, timed_out=1)),
+    Name("half-silent", None, says(FOUR), resolved("10.0.0.2")),
+    Name("neighbour", says(SIX), says(FOUR), BOTH),
+    Name("service", says(), says(address("127.0.0.1")), resolved("127.0.0.1")),
+    Name("refusing", says(address("::1")), says(address("127.0.0.9"), address("127.0.0.1")),
+         resolved("0:0:0:0:0:0:0:1 127.0.0.9 127.0.0.1")),
+)}
+
+
+class Names(Rows):
+    """The two queries, whose answers count, and the order in which addresses are tried."""
+
+    @classmethod
+    def setUpClass(cls) -> None:
+        super().setUpClass()
+        cls.flooding = False
+        # A server on all addresses of this machine may answer from another one.
+        sockets = [socket.socket(socket.AF_INET, socket.SOCK_DGRAM) for _ in range(3)]
+        for each, place in zip(sockets, (("127.0.0.2", 53), ("127.0.0.1", 5353), ("10.53.0.1", 53))):
+            each.bind(place)
+        cls.neighbour, *cls.strangers = sockets
+        cls.server = NameServer(cls.answer)
+
+    @classmethod
+    def answer(cls, query: bytes, client: Any) -> bytes | None:
+        label = query[13:13 + query[12]].decode()
+        while label == "stray" or cls.flooding:
+            for stranger in cls.strangers:
+                stranger.sendto(dns_reply(query, address("10.66.66.66")), client)
+            label = "both"
+        row = NAMES.get(label, NAMES["silent"])
+        says = row.six if query[-3] == 28 else row.four
+        if says and label == "neighbour":
+            cls.neighbour.sendto(says(query), client)
+            return None
+        return says and says(query)
+
+    def test_answers(self) -> None:
+        self.each(NAMES.values(), lambda row: self.assertEqual(
+            probe("resolve", f"{row.name}.test.", 300 if "silent" in row.name else 9000)[0],
+            row.expect))
+
+    def test_the_queries(self) -> None:
+        probe("resolve", "x.silent.test.", 50)
+        probe("resolve", "both.test", 9000)  # The server answers in turn, so it has read all.
+        six, four = [query for query in self.server.queries if query[12:14] == b"\1x"]
+        self.assertEqual((six[-3], four[-3]), (28, 1))
+        self.assertNotEqual(six[:2], four[:2])  # Once in 65536 runs they are equal.
+        self.assertEqual(probe("resolve", "x" * 64, 50)[0], resolved(ok=0, error=22))
+
+    def test_strangers_are_not_heard(self) -> None:
+        self.assertEqual(probe("resolve", "stray.test", 9000)[0], BOTH)
+        type(self).flooding = True
+        flooded = probe("resolve", "flood.test", 300)[0]
+        type(self).flooding = False
+        self.assertEqual(flooded, resolved(ok=0, timed_out=1))
+
+    def test_choice_of_server(self) -> None:
+        RESOLVER_FILE.write_text("nameserver 127.0.0.9\nnameserver 127.0.0.1\n")
+        got = [probe("resolve", "both.test", 9000, *server)[0] for server in ([], ["127.0.0.1"])]
+        RESOLVER_FILE.write_text("nameserver 127.0.0.1\n")
+        self.assertEqual(got, [resolved(ok=0, error=111), BOTH])
+
+    def test_connecting(self) -> None:
+        with Peer() as four, Peer(address="::1") as six:
+            for host, port, error, limit in (
+                    ("refusing.test", four.port, 0, 9000), ("refusing.test", six.port, 0, 9000),
+                    ("refusing.test", 1, -111, 9000), ("127.0.0.1", four.port, 0, 9000),
+                    ("::1", four.port, -111, 9000), ("empty.test", 1, -113, 9000),
+                    ("both-bad.test", 1, -74, 9000), ("silent.test", 1, -110, 200),
+                    ("refused.test", 0, -22, 9000), ("refused.test", 65536, -22, 9000),
+                    ("refused.test", 1, -22, 10_001)):
+                self.assertEqual(probe("connect", host, port, limit)[0],
+                                 f"ok={int(error == 0)} error={error}", (host, port))
+        self.assertFalse([query for query in self.server.queries if b"refused" in query])
+        with listening(reply(length(b"ok"))) as peer:
+            # The dot is for the name server: the certificate is for "service.test".
+            self.assertEqual(probe("tls", "service.test.", peer.port, 9000, MAXIMUM)[0], COMPLETE)
+
+
+# Exchanges: the same scripts over both transports.
+
+def length(body: bytes, announced: int = 0) -> bytes:
+    return b"HTTP/1.1 200 OK\r\nContent-Length: %d\r\n\r\n" % (announced or len(body)) + body
+
+
+def result(ok: int = 1, status: int = 200, complete: int = 1, error: str = "") -> str:
+    return f"ok={ok} status={status} complete={complete} error={error}"
+
+
+COMPLETE, CUT = result(), result(complete=0)
+UNUSABLE, GONE = result(status=0, complete=0), result(ok=0, status=0, complete=0)
+TO_CLOSE = b"HTTP/1.1 200 OK\r\n\r\n"
+
+
+class Exchange(NamedTuple):
+    """What the peer does, and what the client makes of it."""
+
+    name: str
+    script: Script
+    expect: str
+    body: bytes = b""
+    kind: str = "plain"
+
+
+EXCHANGES = (
+    Exchange("cut", reply(length(b"ok", 3)), CUT, b"ok"),
+    Exchange("until the close", reply(TO_CLOSE + b"ok"), CUT, b"ok"),
+    Exchange("nothing", reply(), UNUSABLE),
+    Exchange("7 MiB, length", reply(length(LARGE)), COMPLETE, LARGE),
+    Exchange("7 MiB, chunked", reply(chunked(LARGE)), COMPLETE, LARGE),
+    Exchange("past the maximum", reply(TO_CLOSE, LARGE, LARGE), CUT,
+             (LARGE * 2)[:MAXIMUM - len(TO_CLOSE)]),
+    Exchange("complete, stays open", reply(length(b"ok"), until_gone), COMPLETE, b"ok"),
+    Exchange("7 MiB, stays open", reply(length(LARGE), until_gone), COMPLETE, LARGE),
+    Exchange("silent", reply(until_gone), GONE),
+    Exchange("stalls before the close", reply(TO_CLOSE + b"ok", until_gone), GONE),
+    Exchange("reset in the head", reply(length(b"")[:-1], reset), GONE),
+    Exchange("reset in the body", reply(length(b"ok", 3), reset), CUT, b"ok"),
+)
+
+
+def listening(script: Script, tls: bool = True, name: str = "good", place: str = "") -> Peer:
+    """A peer, over TLS with the certificate NAME.pem."""
+    return Peer(script, tls=serving(AUTHORITY, name) if tls else None, address=place or "127.0.0.1")
+
+
+class Exchanges(Rows):
+    """What ends the reading, and with which verdict."""
+
+    def test_both_transports(self) -> None:
+        def check(row: Exchange) -> None:
+            with listening(row.script, row.kind == "tls") as peer:
+                line, body = probe(row.kind, "127.0.0.1", peer.port, 500, MAXIMUM)
+            self.assertEqual(line, row.expect)
+            self.assertTrue(body == row.body, (body[:99], row.body[:99]))
+        self.each([row._replace(kind=kind) for kind in ("plain", "tls") for row in EXCHANGES], check)
+
+    def test_only_tls_leaves_when_a_short_answer_is_complete(self) -> None:
+        mebibyte = LARGE[:1 << 20]
+        for kind, body, limit_ms, waits in (("tls", mebibyte, 60_000, False),
+                                            ("tls", mebibyte + b"x", 2000, True),
+                                            ("plain", b"x", 2000, True)):
+            with self.subTest(kind, waits=waits), \
+                    listening(reply(length(body), until_gone), kind == "tls") as peer:
+                began = time.monotonic()
+                line, got = probe(kind, "127.0.0.1", peer.port, limit_ms, MAXIMUM)
+                self.assertTrue(line == COMPLETE and got == body)
+                self.assertEqual(time.monotonic() - began >= limit_ms / 1000, waits)
+
+    def test_requests_that_nobody_reads(self) -> None:
+        # The kernels' probes find a little room now and then, so it may take several limits.
+        for name, script, limit_ms in (("silent", (until_over,), 500),
+                                       ("early answer, reset", (length(b"no"), reset), 9000)):
+            for kind in ("plain", "tls"):
+                with self.subTest(name, kind=kind), listening(script, kind == "tls") as peer:
+                    self.assertEqual(probe(kind, "127.0.0.1", peer.port, limit_ms, 100, 64 << 20)[0],
+                                     GONE)
+
+
+# The steps of a TLS connection.
+
+def stage(word: str) -> str:
+    return result(ok=0, status=0, complete=0, error=f"TLS failed at {word}")
+
+
+class Stages(Rows):
+    """At which step a TLS connection fails."""
+
+    def tls(self, host: str, port: int, *words: object, limit: int = 9000, **variables: str) -> str:
+        return probe("tls", host, port, limit, MAXIMUM, *words, **variables)[0]
+
+    def test_settings(self) -> None:
+        for host, port, limit in (("127.0.0.1", 0, 9000), ("127.0.0.1", 65536, 9000), ("", 1, 9000),
+                                  ("127.0.0.1", 1, 0), ("127.0.0.1", 1, 600_001)):
+            self.assertEqual(self.tls(host, port, limit=limit), stage("configuration"))
+        self.assertEqual(self.tls("127.0.0.1", 1, limit=600_000), stage("tcp_connect"))
+        (FOLDER / "none.pem").write_text("no certificate")
+        (FOLDER / "libssl.so.3").write_text("no library")
+        with listening(reply(length(b"ok"))) as peer:
+            for store in ("missing.pem", "none.pem"):
+                self.assertEqual(self.tls("127.0.0.1", peer.port, 0, FOLDER / store),
+                                 stage("trust_store"))
+            self.assertEqual(self.tls("127.0.0.1", peer.port, 0, AUTHORITY.trust_file,
+                                      SSL_CERT_FILE=""), COMPLETE)
+            self.assertEqual(self.tls("127.0.0.1", peer.port, SSL_CERT_FILE=""), stage("handshake"))
+            if os.environ.get("QUORVANE_LINK_OPENSSL") != "ON":
+                self.assertEqual(self.tls("127.0.0.1", peer.port, LD_LIBRARY_PATH=str(FOLDER)),
+                                 stage("configuration"))
+            # "localhost" is the IPv6 loopback address and nothing else.
+            self.assertEqual(self.tls("localhost", peer.port), stage("tcp_connect"))
+        with listening(reply(length(b"ok")), place="::1") as peer:
+            self.assertEqual(self.tls("localhost", peer.port), COMPLETE)
+            self.assertEqual(probe("plain", "localhost", peer.port, 500, 100)[0], GONE)
+
+    def test_certificates(self) -> None:
+        issue = AUTHORITY.issue
+        Authority(FOLDER, "other").issue("unknown", "127.0.0.1", issuer="other", chain=False)
+        issue("middle", ca=True)
+        issue("chained", "127.0.0.1", issuer="middle")
+        issue("unchained", "127.0.0.1", issuer="middle", chain=False)
+        issue("other name", "service.test", "127.0.0.2")
+        issue("expired", "127.0.0.1", days=(-9, -1))
+        issue("future", "127.0.0.1", days=(1, 9))
+        issue("usage", "127.0.0.1", usage="clientAuth")
+        for name in ("good", "chained", "unknown", "unchained", "other name", "expired", "future",
+                     "usage"):
+            with self.subTest(name), listening(reply(length(b"ok")), name=name) as peer:
+                self.assertEqual(self.tls("127.0.0.1", peer.port),
+                                 COMPLETE if name in ("good", "chained") else stage("handshake"))
+
+    def test_handshakes_that_fail(self) -> None:
+        for name, script in (
+                ("plain HTTP", (b"plain",)), ("closes", ()), ("silent", (until_gone,)),
+                ("resets", (lambda connection: connection.socket.recv(1), reset)),
+                ("part of a record", (b"\x16\x03\x03\x40\x00\x02", until_gone))):
+            with self.subTest(name), listening(script, False) as peer:
+                self.assertEqual(self.tls("127.0.0.1", peer.port, limit=500), stage("handshake"))

@@ -1,0 +1,76 @@
+"""Tables: each row one run of the program in a home of its own, several rows at once."""
+
+import unittest
+from collections.abc import Callable, Iterable, Mapping, Sequence
+from concurrent.futures import ThreadPoolExecutor
+from dataclasses import KW_ONLY, dataclass, field
+from typing import Any
+
+from .home import File, Result, Scene, difference
+from .network import require_loopback
+from .peers import Script
+
+CALLS = {"whoami": ("/api/v1/account",), "projects": ("/api/v1/projects",),
+         "logout": ("/api/v1/logout",)}
+"""The one call of a command: path and, unless it is {}, body."""
+
+
+@dataclass(frozen=True)
+class Row:
+    """One run of the program and what is expected of it."""
+    # In texts ORIGIN stands for the peer's origin, in file names CREDENTIAL for its file.  A run
+    # with a `peer` makes exactly the call `sent` (by default that of its command), one without makes
+    # none.  Nothing but `changed` changes in the home.
+
+    name: str
+    """The fault that the row would catch, or the case."""
+    _: KW_ONLY
+    words: str | Sequence[str | bytes]
+    expect: Result
+    peer: Script = ()
+    """What the service does on the one connection."""
+    sent: tuple[str, ...] | None = ()
+    """Path and, unless it is {}, body; None: not looked at."""
+    changed: Mapping[str, File | None] = field(default_factory=dict)
+    """New and changed files; None: removed."""
+    prepare: Callable[[Scene], object] | None = None
+    wrapper: Sequence[str] = ()
+    """Comes before the program, such as a shell with a limit."""
+    options: Mapping[str, Any] = field(default_factory=dict)
+    """What Popen takes: umask, stdout."""
+
+
+class Rows(unittest.TestCase):
+    """A case whose tests are tables."""
+
+    @classmethod
+    def setUpClass(cls) -> None:
+        require_loopback()
+
+    def each(self, table: Iterable[Any], check: Callable[[Any], None]) -> None:
+        """Calls `check` with every row, several at once; a row has a name."""
+        with ThreadPoolExecutor(4) as pool:
+            for name, future in [(row.name, pool.submit(check, row)) for row in table]:
+                with self.subTest(name):
+                    future.result()
+
+    def run_rows(self, *table: Row) -> None:
+        """Checks runs of the program."""
+        self.each(table, self.check_run)
+
+    def check_run(self, row: Row) -> None:
+        words = row.words.split() if isinstance(row.words, str) else row.words
+        with Scene(*([row.peer] if row.peer else [])) as scene:
+            if row.prepare:
+                row.prepare(scene)
+            before = scene.files()
+            file, origin = str(scene.credential().relative_to(scene.path)), scene.origin.encode()
+            expected = row.expect._replace(err=row.expect.err.replace(b"ORIGIN", origin))
+            self.assertEqual(scene.run(*words, wrapper=row.wrapper, **row.options), expected)
+            self.assertEqual(difference(before, scene.files()), {
+                name.replace("CREDENTIAL", file): new and (new[0], new[1].replace(b"ORIGIN", origin))
+                for name, new in row.changed.items()})
+        self.assertEqual(len(scene.peer.requests), int(bool(row.peer)))
+        if row.peer and row.sent is not None:
+            sent = row.sent or CALLS[str(words[0])]
+            self.assertEqual(scene.peer.requests, [scene.request(*sent)])
