@@ -2,17 +2,11 @@
 // the second the size of the pieces.
 
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <string_view>
 
 #include "http/reader.h"
+#include "target.h"
 
 namespace {
-
-void check(bool holds) {
-    if (!holds) __builtin_trap();
-}
 
 void check_chunks(std::string_view text, std::int64_t limit) {
     const auto decode_copy = [limit](std::string_view bytes) {
@@ -33,18 +27,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size < 2) return 0;
     const std::int64_t limit = data[0];
     const std::size_t piece = std::max<std::size_t>(data[1], 1);
-    const std::string_view text(reinterpret_cast<const char*>(data) + 2, size - 2);
+    const std::string_view text = as_text(data + 2, size - 2);
     check_chunks(text, limit);
 
     const quorvane::ResponseParse parse =
         quorvane::parse_response(quorvane::ByteBuffer::copy_of(text), limit);
     quorvane::ResponseFraming framing(limit);
-    for (std::size_t end = 0; end < text.size(); end += piece) {
-        framing.advance(text.substr(0, end));
-        if (!framing.complete()) continue;
-        check(quorvane::parse_response(quorvane::ByteBuffer::copy_of(text.substr(0, end)), limit)
-                  .complete);
-        break;
+    for (std::size_t end = 0; end < text.size() && !framing.complete(); end += piece) {
+        const std::string_view part = text.substr(0, end);
+        framing.advance(part);
+        check(framing.complete() ==
+              quorvane::parse_response(quorvane::ByteBuffer::copy_of(part), limit).complete);
     }
     framing.advance(text);
     check(framing.complete() == parse.complete);

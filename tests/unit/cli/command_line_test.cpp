@@ -2,62 +2,46 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "cli/help.h"
 #include "main/command_tree.h"
-#include "support/text.h"
 
 namespace quorvane {
 namespace {
 
 using Words = std::vector<std::string_view>;
 
-std::string help_of(const Words& path) { return render_help(command_tree(), path); }
-
-// What the program's own tree says to the words of `line`.
-ParseResult parse(std::string_view line) {
-    Words words;
-    for (const std::string_view word : split(line, ' ')) {
-        if (!line.empty()) words.push_back(word);
-    }
-    return parse_command_line(words, command_tree());
+// What the program's own tree says to the words of `line`, which a blank separates.
+ParseResult parse(const std::string& line) {
+    std::istringstream stream(line);
+    std::vector<std::string> words;
+    for (std::string word; std::getline(stream, word, ' ');) words.push_back(word);
+    return parse_command_line(Words(words.begin(), words.end()), command_tree());
 }
 
 TEST(ParseCommandLine, AnswersOnTheProgramsTree) {
-    const std::string help = help_of({});
-    const std::string invalid = "invalid arguments\n";
-    const std::pair<const char*, std::string> good[] = {
-        {"", help},
-        {"--", help},
-        {"--base-url x", help},
-        {"--help", help},
-        {"config -h --wrong", help_of({"config"})},
-        {"config export --help", help_of({"config", "pull"})}};
-    for (const auto& [line, text] : good) {
-        EXPECT_TRUE(parse(line).ok && parse(line).kind == ParseKind::kHelp) << line;
-        EXPECT_EQ(parse(line).text, text) << line;
-    }
-    EXPECT_TRUE(parse("config pull -V").ok && parse("--version").kind == ParseKind::kVersion);
-    EXPECT_EQ(parse("config pull --version").text, "quorvane 0.1.0");
-    const std::pair<const char*, std::string> bad[] = {
-        {"--wrong=1=2", "unknown option --wrong"},
-        {"-", "unknown option -"},
-        {"--help=x", "unknown option --help"},
-        {"--base", "unknown option --base"},
-        {"=x", invalid + help},
-        {"-p x config pull", "unknown option -p"},
-        {"config --project x", "unknown option --project"},
-        {"config import -p1 x", "unknown option -p1"},
-        {"config pull --file", "--file requires FILE"},
-        {"config pull -f", "-f requires FILE"},
-        {"config -- pull", "missing required option --project"},
-        {"config pull stray", "missing required option --project"},
-        {"-- --help", invalid + help},
-        {"Login", invalid + help},
-        {"whoami now", invalid + help_of({"whoami"})},
-        {"whoami ", invalid + help_of({"whoami"})}};
-    for (const auto& [line, text] : bad) {
-        EXPECT_TRUE(!parse(line).ok && parse(line).kind == ParseKind::kError) << line;
-        EXPECT_EQ(parse(line).text, text) << line;
+    const auto help = [](const Words& path) { return render_help(command_tree(), path); };
+    const struct {
+        const char* line;
+        ParseKind kind;
+        std::string text;
+    } cases[] = {{"", ParseKind::kHelp, help({})},
+                 {"--base-url x --", ParseKind::kHelp, help({})},
+                 {"config -h --wrong", ParseKind::kHelp, help({"config"})},
+                 {"config pull -V", ParseKind::kVersion, "quorvane 0.1.0"},
+                 {"--wrong=1=2", ParseKind::kError, "unknown option --wrong"},
+                 {"--base", ParseKind::kError, "unknown option --base"},
+                 {"config import -p1 x", ParseKind::kError, "unknown option -p1"},
+                 {"config pull --file", ParseKind::kError, "--file requires FILE"},
+                 {"config -- pull", ParseKind::kError, "missing required option --project"},
+                 {"-- --help", ParseKind::kError, "invalid arguments\n" + help({})},
+                 {"whoami now", ParseKind::kError, "invalid arguments\n" + help({"whoami"})}};
+    for (const auto& c : cases) {
+        const ParseResult got = parse(c.line);
+        EXPECT_EQ(got.ok, c.kind != ParseKind::kError) << c.line;
+        EXPECT_EQ(got.kind, c.kind) << c.line;
+        EXPECT_EQ(got.text, c.text) << c.line;
     }
 }
 
@@ -69,11 +53,9 @@ TEST(ParseCommandLine, YieldsCommandsAndValues) {
         std::string_view command, base, project, file;
     } cases[] = {{"config", "config", kBase, "", ""},
                  {"login --no-browser=false", "login", kBase, "", ""},
-                 {"--base-url=U config pull -p 1", "config pull", "U", "1", kFile},
                  {"config export -p=1 --base-url U", "config pull", "U", "1", kFile},
                  {"config import -p a --project b -f=x=y", "config push", kBase, "b", "x=y"},
-                 {"config push --project --help --file=", "config push", kBase, "--help", ""},
-                 {"config push --project --", "config push", kBase, "--", kFile}};
+                 {"config push --project --help --file=", "config push", kBase, "--help", ""}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.line);
         const ParseResult result = parse(c.line);
@@ -111,24 +93,12 @@ TEST(ParseCommandLine, ServesOtherTrees) {
     EXPECT_EQ(option_value(on({"paint", "-c", "blue", "a"}), "colour"), "blue");
     EXPECT_TRUE(on({"paint"}).text.starts_with("invalid arguments\np paint\n"));
     EXPECT_EQ(on({"paint", "a", "b", "--", "-c"}).positionals, (Words{"a", "b", "-c"}));
+    // An option that has taken a version form takes it out of the version's line.
     EXPECT_EQ(render_help(program, Words{"paint"}),
               "p paint\n\nPaint things\n\nUsage:\n  p paint [options] <from> [to...]"
               "\n\nArguments:\n  from\tSource (required)\n  to...\tTargets"
               "\n\nOptions:\n  -h, --help\tShow help\n  -V\tShow version"
               "\n      --version <N>\tPin\n  -l, --loud\tSpeak up\n  -c, --colour <C>\tPaint");
-}
-
-// Who takes a version form for himself takes it out of the version line.
-TEST(RenderHelp, VersionLineFollowsOwnedForms) {
-    const std::pair<OptionSpec, const char*> cases[] = {
-        {flag_option("v", "--verbose", "-V", "d"), "\n      --version\tShow version\n"},
-        {flag_option("v", "--version", "-x", "d"), "\n  -V\tShow version\n"},
-        {flag_option("v", "--version", "-V", "d"), "Show help\n  -V, --version\td"}};
-    for (const auto& [option, line] : cases) {
-        const OptionSpec options[] = {option};
-        const std::string help = render_help({"p", "1", "d", options, {}}, {});
-        EXPECT_NE(help.find(line), std::string::npos) << help;
-    }
 }
 
 }  // namespace
