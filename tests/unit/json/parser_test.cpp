@@ -76,6 +76,8 @@ TEST(ParseJson, HoldsEveryLimitExactly) {
     constexpr Fault kText = {"string_limit", "JSON string exceeds configured limit"};
     constexpr Fault kWide = {"node_limit", "JSON object member count exceeds configured limit"};
     const std::string tower(256, '[');
+    // As many nodes as bytes, the last of which is filled: the sanitizers watch the block's end.
+    const std::string nodes = std::string(63, '[') + "1";
     const struct {
         JsonLimits limits;
         std::string_view accepted;
@@ -87,6 +89,7 @@ TEST(ParseJson, HoldsEveryLimitExactly) {
                  {{.max_depth = 1}, "{}", R"({"a" : x)", kDeep, 7},
                  {{.max_depth = 1}, "[]", "[ ", kDeep, 2},
                  {{.max_depth = 256}, "[]", tower, kDeep, 256},
+                 {{.max_depth = 64}, "1", nodes, {"unexpected_end", "unterminated JSON array"}, 64},
                  {{.max_nodes = 4}, R"({"a":[1,{}]})", R"({"a":[1,{}, x]})", kNodes, 12},
                  {{.max_nodes = 1}, "[]", "[", kNodes, 1},
                  {{.max_string_bytes = 4}, "\"a\\n\xC3\xA9\"", "\"abc\xC3\xA9\"", kText, 4},
