@@ -22,14 +22,23 @@ endif()
 
 # For every program that contains the http layer.
 add_library(quorvane_openssl INTERFACE)
+if(QUORVANE_STATIC)
+    # What libcrypto.a itself was built to need differs: nothing more on Debian 12, z and zstd on 13.
+    find_package(PkgConfig REQUIRED)
+    pkg_check_modules(QUORVANE_OPENSSL REQUIRED libssl)
+    foreach(library IN LISTS QUORVANE_OPENSSL_STATIC_LIBRARIES)
+        find_library(QUORVANE_STATIC_${library} lib${library}.a)
+        if(NOT QUORVANE_STATIC_${library})
+            message(FATAL_ERROR "OpenSSL's libcrypto.a needs lib${library}.a, which is not here "
+                "(Debian: zlib1g-dev, libzstd-dev).")
+        endif()
+    endforeach()
+endif()
 set(OPENSSL_USE_STATIC_LIBS ${QUORVANE_STATIC})
 find_package(OpenSSL 3 REQUIRED)  # Its headers are needed in any case.
 if(QUORVANE_LINK_OPENSSL)
     target_link_libraries(quorvane_openssl INTERFACE OpenSSL::SSL)
     if(QUORVANE_STATIC)
-        # What libcrypto.a itself was built to need differs: nothing more on Debian 12, z and zstd on 13.
-        find_package(PkgConfig REQUIRED)
-        pkg_check_modules(QUORVANE_OPENSSL REQUIRED libssl)
         target_link_libraries(quorvane_openssl INTERFACE ${QUORVANE_OPENSSL_STATIC_LIBRARIES})
         # http/static_openssl.cpp has their replacements.
         foreach(function dlopen getaddrinfo freeaddrinfo gethostbyname)

@@ -24,7 +24,8 @@ endforeach()
 # The Debian package whose file the compiler takes for `file`, with its architecture where it has
 # several; "" where no package has it.
 function(quorvane_owner file result)
-    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${file}
+    separate_arguments(flags UNIX_COMMAND "${CMAKE_EXE_LINKER_FLAGS}")
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} ${flags} -print-file-name=${file}
         OUTPUT_VARIABLE path OUTPUT_STRIP_TRAILING_WHITESPACE)
     file(REAL_PATH "${path}" path)
     execute_process(COMMAND dpkg-query -S ${path} OUTPUT_VARIABLE owner ERROR_QUIET)
