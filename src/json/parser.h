@@ -6,7 +6,7 @@
 #include "json/value.h"
 #include "support/bytes.h"
 
-/// The JSON parser: RFC 8259 over strict UTF-8, with limits, for bytes that nobody vouches for.
+/// The JSON parser: RFC 8259 over strict UTF-8, with limits, for bytes from outside.
 namespace quorvane {
 
 /// What an input may hold.  A value outside its range makes every parse fail.
@@ -29,7 +29,7 @@ inline constexpr JsonLimits kApplicationJsonLimits = {
     .reject_duplicate_keys = true,
 };
 
-/// Why an input is refused, and where: the first fault in input order.  Both texts are constants.
+/// Why an input is refused, and where: the first error in input order.  Both texts are constants.
 ///
 /// | code               | message                                                             |
 /// |--------------------|---------------------------------------------------------------------|
@@ -38,12 +38,12 @@ inline constexpr JsonLimits kApplicationJsonLimits = {
 /// | "invalid_unicode"  | "JSON input is not valid UTF-8" (at the bad sequence, before all     |
 /// |                    | that follows), "invalid JSON Unicode escape" (at the byte that is    |
 /// |                    | no digit), "unexpected JSON low surrogate", "invalid JSON surrogate  |
-/// |                    | pair" (at the escape), "missing JSON low surrogate" (behind the high |
+/// |                    | pair" (at the escape), "missing JSON low surrogate" (after the high  |
 /// |                    | one)                                                                 |
 /// | "trailing_input"   | "trailing input after JSON value"                                    |
 /// | "depth_limit"      | "JSON nesting exceeds configured limit"                              |
 /// | "node_limit"       | "JSON node count exceeds configured limit",                          |
-/// |                    | "JSON object member count exceeds configured limit" (behind the key) |
+/// |                    | "JSON object member count exceeds configured limit" (after the key)  |
 /// | "unexpected_end"   | "expected JSON value", "unterminated JSON array", "unterminated JSON |
 /// |                    | object", "unterminated JSON escape", "unterminated JSON string"      |
 /// | "unexpected_token" | "unexpected token in JSON input", "expected comma or closing         |
@@ -51,13 +51,13 @@ inline constexpr JsonLimits kApplicationJsonLimits = {
 /// |                    | string", "expected colon after JSON object key", "expected comma or  |
 /// |                    | closing brace", "trailing comma in JSON object", "unescaped control  |
 /// |                    | byte in JSON string"                                                 |
-/// | "invalid_escape"   | "invalid JSON string escape" (at the byte behind the backslash)      |
+/// | "invalid_escape"   | "invalid JSON string escape" (at the byte after the backslash)       |
 /// | "invalid_number"   | "invalid JSON number" (at its first byte)                            |
 /// | "string_limit"     | "JSON string exceeds configured limit" (at the character or escape   |
 /// |                    | that does not fit)                                                   |
-/// | "duplicate_key"    | "duplicate JSON object key" (behind the key)                         |
+/// | "duplicate_key"    | "duplicate JSON object key" (after the key)                          |
 ///
-/// Where nothing is said, the place is that of the offending byte, or the end of the input.
+/// Elsewhere the place is that of the offending byte, or the end of the input.
 struct JsonError {
     std::string_view code;
     std::string_view message;

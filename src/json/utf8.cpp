@@ -84,7 +84,7 @@ bool is_valid_block(const char* at) {
 }
 
 // The start of the character that the byte before `at` belongs to, if it lacks bytes from `at` on,
-// else `at`.  kLookBack bytes stand before it.
+// else `at`.  At least kLookBack bytes precede it.
 const char* character_start(const char* at) {
     const auto byte = [at](std::ptrdiff_t back) { return static_cast<unsigned char>(at[-back]); };
     if (byte(1) >= 0xC0) return at - 1;
@@ -98,13 +98,13 @@ std::size_t valid_utf8_prefix(std::string_view bytes) {
     const char* const begin = bytes.data();
     const char* const end = begin + bytes.size();
     const char* at = begin;
-    // So that there is something to look back at.
+    // One by one, until there are bytes to look back at.
     while (at != end && at - begin < kLookBack) {
         const std::size_t length = sequence_length(at, end);
         if (length == 0) return static_cast<std::size_t>(at - begin);
         at += length;
     }
-    // Before each step nothing before `at` is misplaced, but what stands there may want more.
+    // Before each step no byte before `at` is misplaced, but the last character may lack some.
     while (end - at >= kBlock) {
         if (is_ascii_block(at) ? character_start(at) != at : !is_valid_block(at)) break;
         at += kBlock;

@@ -9,35 +9,30 @@
 namespace quorvane {
 namespace {
 
-// Whatever is written in one go beside a text: quotes, separators, one escape, and what a copy of
-// whole blocks writes too much.
-constexpr std::size_t kSlack = 64;
+// What a step may write beside its text: quotes, separators, one escape, and what the copies of
+// complete blocks write too much.
+constexpr std::size_t kStepBytes = 64;
 
-// What is reserved for each node: enough for most texts, and memory that stays untouched costs
-// nothing.
+// What is reserved at first and for each node: enough for most texts, and memory that stays
+// untouched costs nothing.
+constexpr std::size_t kFirstBytes = std::size_t{64} << 10;
 constexpr std::size_t kBytesPerNode = 32;
 
-// The room behind the buffer's last byte.  The functions below hand the place of the next byte
+// Writes into the spare capacity of a buffer.  The functions below pass the place of the next byte
 // from one to the next instead of keeping it in memory.
 struct Writer {
-    explicit Writer(ByteBuffer& target) : out(target) { open(kSlack); }
-
-    // At least `size` bytes at the place returned, which is `at` or its successor after a move.
-    char* room(char* at, std::size_t size) {
+    // A place for at least `size` bytes: `at`, or the same place after the buffer has moved.
+    char* spare(char* at, std::size_t size) {
         if (size <= static_cast<std::size_t>(limit - at)) [[likely]]
             return at;
-        close(at);
-        return open(size);
+        commit(at);
+        at = out.spare(size);
+        limit = at + out.spare_size();
+        return at;
     }
-    char* open(std::size_t size) {
-        start = out.spare(size);
-        limit = start + out.spare_size();
-        return start;
-    }
-    void close(char* at) { out.commit(static_cast<std::size_t>(at - start)); }
+    void commit(char* at) { out.commit(static_cast<std::size_t>(at - out.spare(0))); }
 
-    ByteBuffer& out;
-    char* start = nullptr;
+    ByteBuffer out;
     char* limit = nullptr;
 };
 
@@ -65,7 +60,7 @@ constexpr std::array<Escape, 256> make_escapes() {
 
 constexpr std::array<Escape, 256> kEscapes = make_escapes();
 
-// `text` is padded, `at` has room for its size and kSlack.
+// `text` is padded; `at` is a place for its size and kStepBytes.
 char* put_text(char* at, std::string_view text) {
     constexpr std::size_t kShort = 32;
     static_assert(kShort <= kTextPadding);
@@ -80,15 +75,15 @@ char* put_text(char* at, std::string_view text) {
 char* put_escaped(Writer& writer, char* at, std::string_view text) {
     for (const char byte : text) {
         const Escape& escape = kEscapes[static_cast<unsigned char>(byte)];
-        at = writer.room(at, sizeof escape);
+        at = writer.spare(at, sizeof escape);
         std::memcpy(at, &escape, sizeof escape);
         at += escape.length;
     }
-    return writer.room(at, kSlack);
+    return writer.spare(at, kStepBytes);
 }
 
 char* put_string(Writer& writer, char* at, const JsonNode& node) {
-    at = writer.room(at, node.size + kSlack);
+    at = writer.spare(at, node.size + kStepBytes);
     *at++ = '"';
     at = node.flag ? put_text(at, node_text(node)) : put_escaped(writer, at, node_text(node));
     *at++ = '"';
@@ -102,7 +97,7 @@ char* put_word(char* at, const char (&word)[N]) {
 }
 
 char* put_indent(Writer& writer, char* at, std::size_t depth) {
-    at = writer.room(at, 2 * depth + kSlack);
+    at = writer.spare(at, 2 * depth + kStepBytes);
     *at++ = '\n';
     std::memset(at, ' ', 2 * depth);
     return at + 2 * depth;
@@ -117,23 +112,23 @@ char* put_value(Writer& writer, char* at, const JsonNode& node, std::size_t dept
         case JsonKind::kString:
             return put_string(writer, at, node);
         case JsonKind::kNumber:
-            return put_text(writer.room(at, node.size + kSlack), node_text(node));
+            return put_text(writer.spare(at, node.size + kStepBytes), node_text(node));
         case JsonKind::kArray:
         case JsonKind::kObject:
             return put_container<kIndented>(writer, at, *resolve(&node), depth);
         case JsonKind::kBoolean:
-            at = writer.room(at, kSlack);
+            at = writer.spare(at, kStepBytes);
             return node.flag ? put_word(at, "true") : put_word(at, "false");
         case JsonKind::kNull:
             break;
     }
-    return put_word(writer.room(at, kSlack), "null");
+    return put_word(writer.spare(at, kStepBytes), "null");
 }
 
 template <bool kIndented>
 char* put_container(Writer& writer, char* at, const JsonNode& container, std::size_t depth) {
     const bool is_object = container.kind == JsonKind::kObject;
-    at = writer.room(at, kBytesPerNode * container.nodes + kSlack);
+    at = writer.spare(at, kBytesPerNode * container.nodes + kStepBytes);
     *at++ = is_object ? '{' : '[';
     const JsonNode* part = &container + 1;
     for (std::size_t left = container.size; left > 0; --left) {
@@ -147,34 +142,27 @@ char* put_container(Writer& writer, char* at, const JsonNode& container, std::si
         part = step_over(part);
         *at++ = ',';
     }
-    if (container.size > 0) --at;  // There is none behind the last.
+    if (container.size > 0) --at;  // There is none after the last.
     if (kIndented && container.size > 0) at = put_indent(writer, at, depth);
-    at = writer.room(at, kSlack);
+    at = writer.spare(at, kStepBytes);
     *at++ = is_object ? '}' : ']';
     return at;
 }
 
 template <bool kIndented>
-void append_tree(JsonView value, ByteBuffer& out) {
+ByteBuffer write_tree(JsonView value) {
+    constexpr JsonNode kAbsent{};
     const JsonNode* const node = JsonAccess::node(value);
-    Writer writer(out);
-    char* at = writer.start;
-    at = node == nullptr ? put_word(at, "null") : put_value<kIndented>(writer, at, *node, 0);
-    writer.close(at);
+    Writer writer;
+    char* const at = writer.spare(nullptr, kFirstBytes);
+    writer.commit(put_value<kIndented>(writer, at, node == nullptr ? kAbsent : *node, 0));
+    return std::move(writer.out);
 }
 
 }  // namespace
 
-ByteBuffer write_json(JsonView value) {
-    ByteBuffer out;
-    append_tree<false>(value, out);
-    return out;
-}
+ByteBuffer write_json(JsonView value) { return write_tree<false>(value); }
 
-ByteBuffer write_pretty_json(JsonView value) {
-    ByteBuffer out;
-    append_tree<true>(value, out);
-    return out;
-}
+ByteBuffer write_pretty_json(JsonView value) { return write_tree<true>(value); }
 
 }  // namespace quorvane

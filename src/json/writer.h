@@ -18,7 +18,7 @@ namespace quorvane {
 [[nodiscard]] ByteBuffer write_json(JsonView value);
 
 /// The layout of files that people read: every element and member on a line of its own, indented
-/// by two blanks for each level, ": " behind keys; empty containers stay "{}" and "[]".
+/// by two blanks for each level, ": " after keys; empty containers stay "{}" and "[]".
 [[nodiscard]] ByteBuffer write_pretty_json(JsonView value);
 
 }  // namespace quorvane
