@@ -29,7 +29,8 @@ def setUpModule() -> None:  # pylint: disable=invalid-name
     Rows.addClassCleanup(folder.cleanup)
     FOLDER = Path(folder.name)
     replace(RESOLVER_FILE, "nameserver 127.0.0.1\n", FOLDER)
-    subprocess.run(["ip", "address", "add", "10.53.0.1/32", "dev", "lo"], check=True)
+    for added in ("10.53.0.1/32", "fd00::53/128"):
+        subprocess.run(["ip", "address", "add", added, "dev", "lo"], check=True)
     AUTHORITY = Authority(FOLDER)
     AUTHORITY.issue("good", "localhost", "127.0.0.1", "service.test")
 
@@ -79,8 +80,8 @@ NAMES = {row.name: row for row in (
     Name("half-silent", None, says(FOUR), resolved("10.0.0.2")),
     Name("neighbour", says(SIX), says(FOUR), BOTH),
     Name("service", says(), says(address("127.0.0.1")), resolved("127.0.0.1")),
-    Name("refusing", says(address("::1")), says(address("127.0.0.9"), address("127.0.0.1")),
-         resolved("0:0:0:0:0:0:0:1 127.0.0.9 127.0.0.1")),
+    Name("refusing", says(address("fd00::53")), says(address("127.0.0.9"), address("127.0.0.1")),
+         resolved("fd00:0:0:0:0:0:0:53 127.0.0.9 127.0.0.1")),
 )}
 
 
@@ -139,7 +140,7 @@ class Names(Rows):
         self.assertEqual(got, [resolved(ok=0, error=111), BOTH])
 
     def test_connecting(self) -> None:
-        with Peer() as four, Peer(address="::1") as six:
+        with Peer() as four, Peer(address="fd00::53") as six:
             for host, port, error, limit in (
                     ("refusing.test", four.port, 0, 9000), ("refusing.test", six.port, 0, 9000),
                     ("refusing.test", 1, -111, 9000), ("127.0.0.1", four.port, 0, 9000),
@@ -251,7 +252,7 @@ class Stages(Rows):
         for host, port, limit in (("127.0.0.1", 0, 9000), ("127.0.0.1", 65536, 9000), ("", 1, 9000),
                                   ("127.0.0.1", 1, 0), ("127.0.0.1", 1, 600_001)):
             self.assertEqual(self.tls(host, port, limit=limit), stage("configuration"))
-        self.assertEqual(self.tls("127.0.0.1", 1, limit=600_000), stage("tcp_connect"))
+        self.assertEqual(self.tls("127.0.0.1", 65535, limit=600_000), stage("tcp_connect"))
         (FOLDER / "none.pem").write_text("no certificate")
         (FOLDER / "libssl.so.3").write_text("no library")
         with listening(reply(length(b"ok"))) as peer:

@@ -28,7 +28,7 @@ TEST(ParseResponse, JudgesStatusHeadersAndFraming) {
     const std::pair<std::string, const char*> cases[] = {
         {"HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok", "200|Content-Length=2;|ok|whole"},
         {"x 100 \r\ncontent-length:0\r\n\r\nrest", "100|content-length=0;||whole"},
-        {"H 999 x\r\nLength: 3\r\n\r\nabc", "999|Length=3;|abc|"},
+        {"H 999 x\r\nAccept-Charset: 3\r\n\r\nabc", "999|Accept-Charset=3;|abc|"},
         {"H 200 x\r\nContent-Length: 9\r\n\r\n123456789", "200|Content-Length=9;|123456789|whole"},
         {"H 200 x\r\nContent-Length: 10\r\n\r\n1234567890", "200|Content-Length=10;|1234567890|"},
         {"H 200 x\r\nContent-Length: 1 \r\n\r\na", "200|Content-Length=1 ;|a|"},

@@ -60,6 +60,7 @@ TEST(ParseJson, ReportsTheFirstFaultAndItsPlace) {
         {"[1,\"\xC0\x80\", oops", {"invalid_unicode", "JSON input is not valid UTF-8"}, 4},
         {"1 2", {"trailing_input", "trailing input after JSON value"}, 2},
         {"[+1]", {"invalid_number", "invalid JSON number"}, 1},
+        {"[-01]", {"invalid_number", "invalid JSON number"}, 1},
         {"-012345678901234567", {"invalid_number", "invalid JSON number"}, 0},
         {R"({"a":1,"a":2})", {"duplicate_key", "duplicate JSON object key"}, 10},
         {R"({"a":{"b":1},"\u0061" x)", {"duplicate_key", "duplicate JSON object key"}, 21}};
