@@ -76,8 +76,6 @@ class Login(Home):
         while not (self.path / "url").exists():
             time.sleep(0.02)
         BROWSER.get((self.path / "url").read_text())
-        # The page says where the program is waiting: "... waiting at port 12345, asks ...".
-        self.port = int(text("main p").partition(" port ")[2].partition(",")[0])
         return self
 
     def __exit__(self, *error: object) -> None:
@@ -87,16 +85,6 @@ class Login(Home):
 
 
 # What a person does, from the page that the program has opened to the last page.
-
-def approve_beside_idle_connection(login: Login) -> None:
-    BROWSER.execute_script("const link = document.createElement('link'); link.rel = 'preconnect';"
-                           "link.crossOrigin = 'anonymous'; document.head.append(link);"
-                           f"link.href = 'http://127.0.0.1:{login.port}'")
-    # proc(5): first the address here, then the other one, which a listener has not.
-    while f"0100007F:{login.port:04X} 0100007F:" not in Path("/proc/net/tcp").read_text():
-        time.sleep(0.02)
-    press(AUTHORIZE)
-
 
 class Way(NamedTuple):
     """One way through a sign-in, and what is on the last page."""
@@ -114,7 +102,6 @@ WAYS = (
         account="baolam@tidewater.example"),
     Way("deny by keyboard", lambda _: keys(Keys.TAB + Keys.TAB + Keys.ENTER), account="",
         page="Authorization failed. Return to your terminal."),
-    Way("idle connection", approve_beside_idle_connection),
 )
 
 

@@ -12,8 +12,8 @@ from pathlib import Path
 from typing import Any, NamedTuple
 
 from laboratory.network import RESOLVER_FILE, Authority, replace, serving
-from laboratory.peers import (NameServer, Peer, Script, address, chunked,
-                              dns_reply, reply, reset, until_gone, until_over)
+from laboratory.peers import (NameServer, Peer, Script, address, chunked, dns_reply, reply, reset,
+                              until_gone, until_over)
 from laboratory.rows import Rows
 
 PROBE = os.environ["PROBE"]
@@ -183,14 +183,12 @@ class Exchange(NamedTuple):
 
 EXCHANGES = (
     Exchange("cut", reply(length(b"ok", 3)), CUT, b"ok"),
-    Exchange("until the close", reply(TO_CLOSE + b"ok"), CUT, b"ok"),
     Exchange("nothing", reply(), UNUSABLE),
     Exchange("7 MiB, length", reply(length(LARGE)), COMPLETE, LARGE),
     Exchange("7 MiB, chunked", reply(chunked(LARGE)), COMPLETE, LARGE),
     Exchange("past the maximum", reply(TO_CLOSE, LARGE, LARGE), CUT,
              (LARGE * 2)[:MAXIMUM - len(TO_CLOSE)]),
     Exchange("complete, stays open", reply(length(b"ok"), until_gone), COMPLETE, b"ok"),
-    Exchange("7 MiB, stays open", reply(length(LARGE), until_gone), COMPLETE, LARGE),
     Exchange("silent", reply(until_gone), GONE),
     Exchange("stalls before the close", reply(TO_CLOSE + b"ok", until_gone), GONE),
     Exchange("reset in the head", reply(length(b"")[:-1], reset), GONE),

@@ -6,29 +6,20 @@ import ssl
 import subprocess
 import sys
 from pathlib import Path
-from typing import NoReturn
 
 from quorvane_dev.authority import Authority
 
-from . import ROOT
-
 RESOLVER_FILE = Path("/etc/resolv.conf")
-__all__ = ["Authority", "RESOLVER_FILE", "require_loopback", "replace", "serving", "skip"]
-
-
-def skip(reason: str) -> NoReturn:
-    """Ends this process as skipped (77), or as failed where no test may be left out."""
-    print(f"SKIPPED: {reason}", flush=True)
-    sys.exit(1 if os.environ.get("QUORVANE_TESTS_COMPLETE") == "1" else 77)
 
 
 def require_loopback() -> None:
-    """Skips everything on a machine whose loopback interface is down."""
+    """Ends this process as skipped (77) where the loopback interface is down, as failed where none may be."""
     try:
         with socket.create_server(("127.0.0.1", 0)) as listener:
             socket.create_connection(listener.getsockname(), 10).close()
     except OSError:
-        skip("no loopback network")
+        print("SKIPPED: no loopback network", flush=True)
+        sys.exit(1 if os.environ.get("QUORVANE_TESTS_COMPLETE") == "1" else 77)
 
 
 def replace(file: Path, content: str, folder: Path) -> None:

@@ -78,11 +78,11 @@ class Peer:
     # Without scripts requests are read and connections closed.  `tls` makes it a TLS server (see
     # `network.serving`).  On leaving the context all that was accepted has been played.
 
-    def __init__(self, *scripts: Script, address: str = "127.0.0.1", port: int = 0,
+    def __init__(self, *scripts: Script, address: str = "127.0.0.1",
                  tls: ssl.SSLContext | None = None, idle_limit_s: float = TIME_LIMIT_S) -> None:
         family = socket.AF_INET6 if ":" in address else socket.AF_INET
         self._listener, self._waker = socket.socket(family), socket.socket(family)
-        self._listener.bind((address, port))
+        self._listener.bind((address, 0))
         self._listener.listen(64)
         self._waker.bind((address, 0))
         self._scripts, self._tls = scripts or (reply(),), tls

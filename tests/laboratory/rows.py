@@ -18,9 +18,8 @@ CALLS = {"whoami": ("/api/v1/account",), "projects": ("/api/v1/projects",),
 @dataclass(frozen=True)
 class Row:
     """One run of the program and what is expected of it."""
-    # In texts ORIGIN stands for the peer's origin, in file names CREDENTIAL for its file.  A run
-    # with a `peer` makes exactly the call `sent` (by default that of its command), one without makes
-    # none.  Nothing but `changed` changes in the home.
+    # ORIGIN stands for the peer's origin.  A run with a `peer` makes exactly the call `sent` (by
+    # default that of its command), one without makes none.  Nothing but `changed` changes in the home.
 
     name: str
     """The fault that the row would catch, or the case."""
@@ -31,8 +30,8 @@ class Row:
     """What the service does on the one connection."""
     sent: tuple[str, ...] | None = ()
     """Path and, unless it is {}, body; None: not looked at."""
-    changed: Mapping[str, File | None] = field(default_factory=dict)
-    """New and changed files; None: removed."""
+    changed: Mapping[str, File] = field(default_factory=dict)
+    """New and changed files."""
     prepare: Callable[[Scene], object] | None = None
     wrapper: Sequence[str] = ()
     """Comes before the program, such as a shell with a limit."""
@@ -64,12 +63,12 @@ class Rows(unittest.TestCase):
             if row.prepare:
                 row.prepare(scene)
             before = scene.files()
-            file, origin = str(scene.credential().relative_to(scene.path)), scene.origin.encode()
+            origin = scene.origin.encode()
             expected = row.expect._replace(err=row.expect.err.replace(b"ORIGIN", origin))
             self.assertEqual(scene.run(*words, wrapper=row.wrapper, **row.options), expected)
             self.assertEqual(difference(before, scene.files()), {
-                name.replace("CREDENTIAL", file): new and (new[0], new[1].replace(b"ORIGIN", origin))
-                for name, new in row.changed.items()})
+                name: (mode, content.replace(b"ORIGIN", origin))
+                for name, (mode, content) in row.changed.items()})
         self.assertEqual(len(scene.peer.requests), int(bool(row.peer)))
         if row.peer and row.sent is not None:
             sent = row.sent or CALLS[str(words[0])]

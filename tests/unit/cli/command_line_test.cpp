@@ -31,10 +31,7 @@ TEST(ParseCommandLine, AnswersOnTheProgramsTree) {
                  {"config -h --wrong", ParseKind::kHelp, help({"config"})},
                  {"config pull -V", ParseKind::kVersion, "quorvane 0.1.0"},
                  {"--wrong=1=2", ParseKind::kError, "unknown option --wrong"},
-                 {"--base", ParseKind::kError, "unknown option --base"},
-                 {"config import -p1 x", ParseKind::kError, "unknown option -p1"},
                  {"config pull --file", ParseKind::kError, "--file requires FILE"},
-                 {"config -- pull", ParseKind::kError, "missing required option --project"},
                  {"-- --help", ParseKind::kError, "invalid arguments\n" + help({})},
                  {"whoami now", ParseKind::kError, "invalid arguments\n" + help({"whoami"})}};
     for (const auto& c : cases) {

@@ -65,14 +65,11 @@ TEST(ParseDnsResponse, TakesAddressesByTheirOwnType) {
         {"another identifier", "\0\x02"s + (good + four).substr(2), {}},
         {"no response", head("\x01\x80", 1, 1) + kQuestion + four, {}},
         {"format error", head("\x81\x81", 1, 1) + kQuestion + four, {}},
-        {"code 8", head("\x81\x88", 1, 0) + kQuestion, {}},
         {"17 questions", head("\x81\x80", 17, 0) + std::string(85, '\0'), {}},
         {"257 answers", head("\x81\x80", 0, 257) + std::string(2827, '\0'), {}},
         {"pointer to itself", good + record("\xC0\x13", a, "\1\2\3\4"), {}},
         {"pointer past the end", good + record("\xFF\xFF", a, "\1\2\3\4"), {}},
         {"label of type 01", good + record("\x40" + std::string(65, '\0'), a, "\1\2\3\4"), {}},
-        {"label of type 10", good + record("\x80" + std::string(129, '\0'), a, "\1\2\3\4"), {}},
-        {"127 steps", good + record(labels126 + "\x01x\0"s, a, "\1\2\3\4"), {}},
         {"127 steps, the last a pointer", good + record(labels126 + pointer, a, "\1\2\3\4"), {}}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);

@@ -1,8 +1,6 @@
 #include "net/socket.h"
 
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 
 #include <string>
 #include <thread>
@@ -19,32 +17,21 @@ struct Pair {
     FdHandle server = accept_connection(listener.get());
 };
 
-TEST(Sockets, AreBlockingPrivateAndSendAtOnce) {
+TEST(Sockets, AreBlockingAndPrivate) {
     const Pair pair;
     EXPECT_EQ(kernel::fcntl(pair.client.fd.get(), F_GETFL) & O_NONBLOCK, 0);
     for (const int fd : {pair.client.fd.get(), pair.server.get(), pair.listener.get()}) {
         EXPECT_EQ(kernel::fcntl(fd, F_GETFD), FD_CLOEXEC);
     }
-    int no_delay = 0;
-    socklen_t size = sizeof no_delay;
-    const int fd = pair.client.fd.get();
-    EXPECT_EQ(kernel::getsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &no_delay, &size), 0);
-    EXPECT_EQ(no_delay, 1);
     EXPECT_TRUE(set_non_blocking(pair.listener.get()));
     EXPECT_FALSE(accept_connection(pair.listener.get()).valid());
-    EXPECT_FALSE(listener_port(-1).has_value());
-    const FdHandle shared = open_listener("127.0.0.1", 0, 1, true).fd;
-    EXPECT_TRUE(open_listener("127.0.0.1", *listener_port(shared.get()), 1, true).ok);
 }
 
 TEST(Sockets, GiveUpOnASilentPeer) {
     Pair pair;
-    ByteBuffer got = ByteBuffer::copy_of(">");
+    ByteBuffer got;
     EXPECT_TRUE(receive_some(pair.server.get(), got, 1, 1).timed_out);
-    EXPECT_EQ(send_all(pair.client.fd.get(), "abc"), 0);
-    EXPECT_EQ(receive_some(pair.server.get(), got, 2, 10'000).count, 2);
-    EXPECT_EQ(receive_some(pair.server.get(), got, 1'048'576, 10'000).count, 1);
-    EXPECT_EQ(got.view(), ">abc");
+    EXPECT_EQ(receive_some(pair.server.get(), got, 1, 10'001).error, -EINVAL);
     EXPECT_EQ(send_all(pair.client.fd.get(), std::string(16U << 20, 'x'), 50), -ETIMEDOUT);
     pair.server.close();
     EXPECT_LT(send_all(pair.client.fd.get(), "x"), 0);  // Without a signal.
