@@ -125,8 +125,8 @@ TEST(ParseJson, RefusesLimitsOutsideTheirRanges) {
 TEST(ParseJson, DecodesStrings) {
     const std::string_view cases[][2] = {
         {R"("\\\"\/\b\f\n\r\t")", "\\\"/\b\f\n\r\t"},
-        {R"("\u0000\u007f\u0080\u07FF\u0800\uFFFF")",
-         "\0\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF"sv},
+        {R"("\u0000\u007f\u0080\u00aA\u07FF\u0800\uFFFF")",
+         "\0\x7F\xC2\x80\xC2\xAA\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF"sv},
         {R"("\uD83D\ude00\uD800\uDC00\uDBFF\uDFFF")",
          "\xF0\x9F\x98\x80\xF0\x90\x80\x80\xF4\x8F\xBF\xBF"},
         {"\"0123456789abcde\\n0123456789abcdef\x7F\"", "0123456789abcde\n0123456789abcdef\x7F"}};
