@@ -42,7 +42,7 @@ KeySeed key_seed() {
     // The kernel gives every process 16 random bytes (getauxval(3)).  The C library's stack guard
     // comes from them too; nothing derived from them leaves the process.
     KeySeed seed;
-    std::memcpy(&seed, reinterpret_cast<const void*>(getauxval(AT_RANDOM)), sizeof seed);
+    std::memcpy(&seed, std::bit_cast<const void*>(getauxval(AT_RANDOM)), sizeof seed);
     return seed;
 }
 
