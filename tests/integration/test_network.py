@@ -115,7 +115,7 @@ class Names(Rows):
 
     def test_answers(self) -> None:
         self.each(NAMES.values(), lambda row: self.assertEqual(
-            probe("resolve", f"{row.name}.test.", 300 if "silent" in row.name else 9000)[0],
+            probe("resolve", f"{row.name}.test.", 1000 if "silent" in row.name else 9000)[0],
             row.expect))
 
     def test_the_queries(self) -> None:
@@ -207,7 +207,8 @@ class Exchanges(Rows):
     def test_both_transports(self) -> None:
         def check(row: Exchange) -> None:
             with listening(row.script, row.kind == "tls") as peer:
-                line, body = probe(row.kind, "127.0.0.1", peer.port, 500, MAXIMUM)
+                limit_ms = 2000 if until_gone in row.script else 9000
+                line, body = probe(row.kind, "127.0.0.1", peer.port, limit_ms, MAXIMUM)
             self.assertEqual(line, row.expect)
             self.assertTrue(body == row.body, (body[:99], row.body[:99]))
         self.each([row._replace(kind=kind) for kind in ("plain", "tls") for row in EXCHANGES], check)
@@ -225,13 +226,13 @@ class Exchanges(Rows):
                 self.assertEqual(time.monotonic() - began >= limit_ms / 1000, waits)
 
     def test_requests_that_nobody_reads(self) -> None:
+        def check(row: Exchange) -> None:
+            with listening(row.script, row.kind == "tls") as peer:
+                got = probe(row.kind, "127.0.0.1", peer.port, 2000, 100, 64 << 20)[0]
+            self.assertEqual(got, row.expect)
         # The kernels' probes find a little room now and then, so it may take several limits.
-        for name, script, limit_ms in (("silent", (until_over,), 500),
-                                       ("early answer, reset", (length(b"no"), reset), 9000)):
-            for kind in ("plain", "tls"):
-                with self.subTest(name, kind=kind), listening(script, kind == "tls") as peer:
-                    self.assertEqual(probe(kind, "127.0.0.1", peer.port, limit_ms, 100, 64 << 20)[0],
-                                     GONE)
+        self.each([Exchange(name, script, GONE, kind=kind) for kind in ("plain", "tls") for name, script
+                   in (("silent", (until_over,)), ("early answer", (length(b"no"), reset)))], check)
 
 
 # The steps of a TLS connection.
