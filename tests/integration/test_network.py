@@ -216,8 +216,8 @@ class Exchanges(Rows):
     def test_only_tls_leaves_when_a_short_answer_is_complete(self) -> None:
         mebibyte = LARGE[:1 << 20]
         for kind, body, limit_ms, waits in (("tls", mebibyte, 60_000, False),
-                                            ("tls", mebibyte + b"x", 2000, True),
-                                            ("plain", b"x", 2000, True)):
+                                            ("tls", mebibyte + b"x", 1500, True),
+                                            ("plain", b"x", 1000, True)):
             with self.subTest(kind, waits=waits), \
                     listening(reply(length(body), until_gone), kind == "tls") as peer:
                 began = time.monotonic()

@@ -48,7 +48,7 @@ class Rows(unittest.TestCase):
 
     def each(self, table: Iterable[Any], check: Callable[[Any], None]) -> None:
         """Calls `check` with every row, several at once; a row has a name."""
-        with ThreadPoolExecutor(4) as pool:
+        with ThreadPoolExecutor(6) as pool:
             for name, future in [(row.name, pool.submit(check, row)) for row in table]:
                 with self.subTest(name):
                     future.result()
