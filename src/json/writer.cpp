@@ -15,7 +15,7 @@ constexpr std::size_t kStepBytes = 64;
 
 // What is reserved at first and for each node: enough for most texts, and memory that stays
 // untouched costs nothing.
-constexpr std::size_t kFirstBytes = std::size_t{64} << 10;
+constexpr std::size_t kFirstBytes = std::size_t{4} << 10;
 constexpr std::size_t kBytesPerNode = 32;
 
 // Writes into the spare capacity of a buffer.  The functions below pass the place of the next byte

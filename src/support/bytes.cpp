@@ -14,7 +14,7 @@ void ByteBuffer::grow(std::size_t size) {
 
     if (size > kMemoryCeilingBytes - block_.end) fail_memory_limit();  // Before the sum could wrap.
     const std::size_t wanted = block_.end + size + kPaddingBytes;
-    std::size_t capacity = std::max(wanted, 2 * block_.capacity);
+    std::size_t capacity = std::max(wanted, block_.capacity + block_.capacity / 2);
     if (block_.capacity > 0 && std::max(wanted, 4 * block_.capacity) >= kLargeBytes) {
         capacity = std::max(capacity, kReservedBytes);
     }

@@ -16,7 +16,7 @@ namespace {
 std::size_t bytes_in_use = 0;
 
 void* allocate_aligned(std::size_t size, std::size_t alignment) noexcept {
-    const bool huge = size > kHugePageBytes / 2 && size <= kMemoryCeilingBytes;
+    const bool huge = size >= kHugeBlockBytes && size <= kMemoryCeilingBytes;
     if (huge) {
         alignment = std::max(alignment, kHugePageBytes);
         size = (size + kHugePageBytes - 1) / kHugePageBytes * kHugePageBytes;

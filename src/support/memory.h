@@ -16,8 +16,9 @@ namespace quorvane {
 /// 1 GiB: no input within the limits of the parsers comes near it.
 inline constexpr std::size_t kMemoryCeilingBytes = std::size_t{1} << 30;
 
-/// A block of more than half of this consists of complete huge pages, if the system has them: the
-/// first touch of 2 MiB then costs a quarter of that of small pages.
+/// A block of at least the first size consists of complete huge pages, if the system has them: the
+/// first touch of their bytes then costs a quarter of that of small pages.
+inline constexpr std::size_t kHugeBlockBytes = std::size_t{4} << 20;
 inline constexpr std::size_t kHugePageBytes = std::size_t{2} << 20;
 
 /// A block of at least `size` bytes, aligned for any scalar type, its contents indeterminate.
