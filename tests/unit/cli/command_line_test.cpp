@@ -2,22 +2,22 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "cli/help.h"
 #include "main/command_tree.h"
+#include "support/text.h"
 
 namespace quorvane {
 namespace {
 
 using Words = std::vector<std::string_view>;
 
-// What the program's own tree says to the words of `line`, which a blank separates.
-ParseResult parse(const std::string& line) {
-    std::istringstream stream(line);
-    std::vector<std::string> words;
-    for (std::string word; std::getline(stream, word, ' ');) words.push_back(word);
-    return parse_command_line(Words(words.begin(), words.end()), command_tree());
+// What the program's own tree says to the words of `line`, into which the result points.
+ParseResult parse(std::string_view line) {
+    Words words;
+    for (const std::string_view word : split(line, ' ')) {
+        if (!line.empty()) words.push_back(word);
+    }
+    return parse_command_line(words, command_tree());
 }
 
 TEST(ParseCommandLine, AnswersOnTheProgramsTree) {
