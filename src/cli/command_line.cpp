@@ -13,17 +13,10 @@ namespace {
 /// The state of one reading.
 struct Walk {
     const ProgramSpec& program;
-    std::span<const std::string_view> words;  ///< The words that have not been read.
-    CommandSpec command;                      ///< The current one.
-    std::vector<const OptionSpec*> scope;     ///< The inherited options, then the command's own.
+    std::span<const char* const> words;  ///< Those that have not been read.
+    CommandSpec command;                 ///< The current one.
     ParseResult result;
 };
-
-void enter(Walk& walk, const CommandSpec& command) {
-    std::erase_if(walk.scope, [](const OptionSpec* option) { return !option->inherited; });
-    for (const OptionSpec& option : command.options) walk.scope.push_back(&option);
-    walk.command = command;
-}
 
 std::string_view take_word(Walk& walk) {
     const std::string_view word = walk.words.front();
@@ -42,11 +35,22 @@ ParseResult answer_help(Walk& walk) {
     return answer(walk, ParseKind::kHelp, render_help(walk.program, walk.result.command_path));
 }
 
-const OptionSpec* find_option(const Walk& walk, std::string_view name) {
-    for (const OptionSpec* option : walk.scope) {
-        if (option->is_named(name)) return option;
+/// The first option in scope that `wanted` accepts, or null.
+template <typename Predicate>
+const OptionSpec* find_in_scope(const Walk& walk, Predicate wanted) {
+    CommandSpec command = root_command(walk.program);
+    for (const std::string_view name : walk.result.command_path) {
+        for (const OptionSpec& option : command.options) {
+            if (option.inherited && wanted(option)) return &option;
+        }
+        command = *find_subcommand(command, name);
     }
-    return nullptr;
+    const auto found = std::ranges::find_if(walk.command.options, wanted);
+    return found == walk.command.options.end() ? nullptr : &*found;
+}
+
+const OptionSpec* find_option(const Walk& walk, std::string_view name) {
+    return find_in_scope(walk, [name](const OptionSpec& option) { return option.is_named(name); });
 }
 
 const OptionValue* find_value(const ParseResult& result, std::string_view key) {
@@ -93,7 +97,8 @@ void read_word(Walk& walk, std::string_view word) {
         const auto& aliases = subcommand.aliases;
         if (subcommand.name == word || std::ranges::find(aliases, word) != aliases.end()) {
             walk.result.command_path.push_back(subcommand.name);
-            return enter(walk, subcommand);
+            walk.command = subcommand;
+            return;
         }
     }
     walk.result.positionals.push_back(word);
@@ -109,13 +114,14 @@ ParseResult finish(Walk& walk) {
     // A line of options only, or of nothing, asks for help; a stray word is an error below.
     ParseResult& result = walk.result;
     if (result.command_path.empty() && result.positionals.empty()) return answer_help(walk);
-    for (const OptionSpec* option : walk.scope) {
-        if (find_value(result, option->key) != nullptr) continue;
-        if (option->required) {
-            std::string error = "missing required option " + std::string(option->long_form);
-            return answer(walk, ParseKind::kError, std::move(error));
-        }
-        store_value(result, {option->key, option->default_value, false});
+    const OptionSpec* missing = find_in_scope(walk, [&result](const OptionSpec& option) {
+        if (find_value(result, option.key) != nullptr) return false;
+        if (!option.required) store_value(result, {option.key, option.default_value, false});
+        return option.required;
+    });
+    if (missing != nullptr) {
+        std::string error = "missing required option " + std::string(missing->long_form);
+        return answer(walk, ParseKind::kError, std::move(error));
     }
     if (!positional_count_fits(walk.command.arguments, result.positionals.size())) {
         std::string error = "invalid arguments\n" + render_help(walk.program, result.command_path);
@@ -126,10 +132,8 @@ ParseResult finish(Walk& walk) {
 
 }  // namespace
 
-ParseResult parse_command_line(std::span<const std::string_view> words,
-                               const ProgramSpec& program) {
-    Walk walk = {program, words, {}, {}, {}};
-    enter(walk, root_command(program));
+ParseResult parse_command_line(std::span<const char* const> words, const ProgramSpec& program) {
+    Walk walk = {program, words, root_command(program), {}};
     bool options_ended = false;
     while (!walk.words.empty()) {
         const std::string_view word = take_word(walk);

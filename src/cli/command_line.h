@@ -38,7 +38,7 @@ struct ParseResult {
 ///
 /// Errors: "unknown option NAME"; "NAME requires VALUE"; "invalid value for NAME: VALUE"; "missing
 /// required option --LONG"; "invalid arguments", a line feed and the command's help.
-[[nodiscard]] ParseResult parse_command_line(std::span<const std::string_view> words,
+[[nodiscard]] ParseResult parse_command_line(std::span<const char* const> words,
                                              const ProgramSpec& program);
 
 /// The value, given or default, or `fallback` when `key` has no entry.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <span>
 #include <string_view>
 
@@ -85,6 +86,13 @@ struct ProgramSpec {
 /// The program as a command: the one at which every command line begins.
 [[nodiscard]] constexpr CommandSpec root_command(const ProgramSpec& program) {
     return {program.name, program.description, {}, program.options, {}, program.commands};
+}
+
+/// The subcommand with this canonical name, or null.
+[[nodiscard]] constexpr const CommandSpec* find_subcommand(const CommandSpec& command,
+                                                           std::string_view name) {
+    const auto found = std::ranges::find(command.subcommands, name, &CommandSpec::name);
+    return found == command.subcommands.end() ? nullptr : &*found;
 }
 
 }  // namespace quorvane

@@ -9,9 +9,9 @@ namespace {
 CommandSpec resolve(const ProgramSpec& program, std::span<const std::string_view> path) {
     CommandSpec command = root_command(program);
     for (const std::string_view name : path) {
-        const auto found = std::ranges::find(command.subcommands, name, &CommandSpec::name);
-        if (found == command.subcommands.end()) break;
-        command = *found;
+        const CommandSpec* subcommand = find_subcommand(command, name);
+        if (subcommand == nullptr) break;
+        command = *subcommand;
     }
     return command;
 }

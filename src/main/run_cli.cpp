@@ -2,7 +2,6 @@
 
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "cli/account_commands.h"
 #include "cli/command_line.h"
@@ -41,9 +40,7 @@ int run_cli() {
     }
 
     const ProgramSpec program = command_tree();
-    const std::span<char* const> arguments = process_arguments();
-    const std::vector<std::string_view> words(arguments.begin(), arguments.end());
-    const ParseResult parsed = parse_command_line(words, program);
+    const ParseResult parsed = parse_command_line(process_arguments(), program);
     if (!parsed.ok) return fail(parsed.text);
     if (parsed.kind != ParseKind::kCommand) {
         print_line(Stream::kOutput, parsed.text);

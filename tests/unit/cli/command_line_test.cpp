@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <deque>
+
 #include "cli/help.h"
 #include "main/command_tree.h"
 #include "support/text.h"
@@ -11,11 +13,12 @@ namespace {
 
 using Words = std::vector<std::string_view>;
 
-// What the program's own tree says to the words of `line`, into which the result points.
+// What the program's own tree says to the words of `line`.
 ParseResult parse(std::string_view line) {
-    Words words;
+    static std::deque<std::string> kept;  // The result points into them.
+    std::vector<const char*> words;
     for (const std::string_view word : split(line, ' ')) {
-        if (!line.empty()) words.push_back(word);
+        if (!line.empty()) words.push_back(kept.emplace_back(word).c_str());
     }
     return parse_command_line(words, command_tree());
 }
@@ -81,7 +84,9 @@ TEST(ParseCommandLine, ServesOtherTrees) {
                                                  .options = kPaint,
                                                  .arguments = kArguments}};
     const ProgramSpec program = {"p", "9", "Test", kRoot, kCommands};
-    const auto on = [&](const Words& words) { return parse_command_line(words, program); };
+    const auto on = [&](const std::vector<const char*>& words) {
+        return parse_command_line(words, program);
+    };
 
     EXPECT_EQ(on({"-V"}).text, "p 9");
     EXPECT_EQ(option_value(on({"--version", "3", "paint", "a"}), "version"), "3");
