@@ -14,35 +14,41 @@
 namespace quorvane {
 namespace {
 
-constexpr JsonError kBadLimits = {"input_limit", "invalid JSON parser limits"};
-constexpr JsonError kInputTooLong = {"input_limit", "JSON input exceeds configured byte limit"};
-constexpr JsonError kBadUtf8 = {"invalid_unicode", "JSON input is not valid UTF-8"};
-constexpr JsonError kBadUnicodeEscape = {"invalid_unicode", "invalid JSON Unicode escape"};
-constexpr JsonError kLoneLowSurrogate = {"invalid_unicode", "unexpected JSON low surrogate"};
-constexpr JsonError kNoLowSurrogate = {"invalid_unicode", "missing JSON low surrogate"};
-constexpr JsonError kBadSurrogatePair = {"invalid_unicode", "invalid JSON surrogate pair"};
-constexpr JsonError kTrailingInput = {"trailing_input", "trailing input after JSON value"};
-constexpr JsonError kTooDeep = {"depth_limit", "JSON nesting exceeds configured limit"};
-constexpr JsonError kTooManyNodes = {"node_limit", "JSON node count exceeds configured limit"};
-constexpr JsonError kTooManyMembers = {"node_limit",
+// What a JsonError says beside the place.
+struct ErrorText {
+    const char* code;
+    const char* message;
+};
+
+constexpr ErrorText kBadLimits = {"input_limit", "invalid JSON parser limits"};
+constexpr ErrorText kInputTooLong = {"input_limit", "JSON input exceeds configured byte limit"};
+constexpr ErrorText kBadUtf8 = {"invalid_unicode", "JSON input is not valid UTF-8"};
+constexpr ErrorText kBadUnicodeEscape = {"invalid_unicode", "invalid JSON Unicode escape"};
+constexpr ErrorText kLoneLowSurrogate = {"invalid_unicode", "unexpected JSON low surrogate"};
+constexpr ErrorText kNoLowSurrogate = {"invalid_unicode", "missing JSON low surrogate"};
+constexpr ErrorText kBadSurrogatePair = {"invalid_unicode", "invalid JSON surrogate pair"};
+constexpr ErrorText kTrailingInput = {"trailing_input", "trailing input after JSON value"};
+constexpr ErrorText kTooDeep = {"depth_limit", "JSON nesting exceeds configured limit"};
+constexpr ErrorText kTooManyNodes = {"node_limit", "JSON node count exceeds configured limit"};
+constexpr ErrorText kTooManyMembers = {"node_limit",
                                        "JSON object member count exceeds configured limit"};
-constexpr JsonError kNoValue = {"unexpected_end", "expected JSON value"};
-constexpr JsonError kOpenArray = {"unexpected_end", "unterminated JSON array"};
-constexpr JsonError kOpenObject = {"unexpected_end", "unterminated JSON object"};
-constexpr JsonError kOpenEscape = {"unexpected_end", "unterminated JSON escape"};
-constexpr JsonError kOpenString = {"unexpected_end", "unterminated JSON string"};
-constexpr JsonError kBadToken = {"unexpected_token", "unexpected token in JSON input"};
-constexpr JsonError kNoArrayComma = {"unexpected_token", "expected comma or closing bracket"};
-constexpr JsonError kArrayTrailingComma = {"unexpected_token", "trailing comma in JSON array"};
-constexpr JsonError kNoKey = {"unexpected_token", "JSON object key must be a string"};
-constexpr JsonError kNoColon = {"unexpected_token", "expected colon after JSON object key"};
-constexpr JsonError kNoObjectComma = {"unexpected_token", "expected comma or closing brace"};
-constexpr JsonError kObjectTrailingComma = {"unexpected_token", "trailing comma in JSON object"};
-constexpr JsonError kControlByte = {"unexpected_token", "unescaped control byte in JSON string"};
-constexpr JsonError kBadEscape = {"invalid_escape", "invalid JSON string escape"};
-constexpr JsonError kBadNumber = {"invalid_number", "invalid JSON number"};
-constexpr JsonError kStringTooLong = {"string_limit", "JSON string exceeds configured limit"};
-constexpr JsonError kDuplicateKey = {"duplicate_key", "duplicate JSON object key"};
+constexpr ErrorText kNoValue = {"unexpected_end", "expected JSON value"};
+constexpr ErrorText kOpenArray = {"unexpected_end", "unterminated JSON array"};
+constexpr ErrorText kOpenObject = {"unexpected_end", "unterminated JSON object"};
+constexpr ErrorText kOpenEscape = {"unexpected_end", "unterminated JSON escape"};
+constexpr ErrorText kOpenString = {"unexpected_end", "unterminated JSON string"};
+constexpr ErrorText kBadToken = {"unexpected_token", "unexpected token in JSON input"};
+constexpr ErrorText kNoArrayComma = {"unexpected_token", "expected comma or closing bracket"};
+constexpr ErrorText kArrayTrailingComma = {"unexpected_token", "trailing comma in JSON array"};
+constexpr ErrorText kNoKey = {"unexpected_token", "JSON object key must be a string"};
+constexpr ErrorText kNoColon = {"unexpected_token", "expected colon after JSON object key"};
+constexpr ErrorText kNoObjectComma = {"unexpected_token", "expected comma or closing brace"};
+constexpr ErrorText kObjectTrailingComma = {"unexpected_token", "trailing comma in JSON object"};
+constexpr ErrorText kControlByte = {"unexpected_token", "unescaped control byte in JSON string"};
+constexpr ErrorText kBadEscape = {"invalid_escape", "invalid JSON string escape"};
+constexpr ErrorText kBadNumber = {"invalid_number", "invalid JSON number"};
+constexpr ErrorText kStringTooLong = {"string_limit", "JSON string exceeds configured limit"};
+constexpr ErrorText kDuplicateKey = {"duplicate_key", "duplicate JSON object key"};
 
 // kTextPadding zero bytes follow the input.  No token contains a zero byte, so everything here
 // stops at the end without looking for it; only a zero byte found where something else was wanted
@@ -52,7 +58,7 @@ struct Parser {
     JsonLimits limits;  // Of max_nodes, how many more values may come.
     char* texts;        // Where the next decoded string goes.
     KeySeed seed = key_seed();
-    const JsonError* error = nullptr;
+    const ErrorText* error = nullptr;
     const char* error_at = nullptr;
 };
 
@@ -63,14 +69,14 @@ struct Cursor {
     JsonNode* node;
 };
 
-[[gnu::cold]] Cursor fail(Parser& parser, const char* at, const JsonError& error) {
+[[gnu::cold]] Cursor fail(Parser& parser, const char* at, const ErrorText& error) {
     parser.error = &error;
     parser.error_at = at;
     return {nullptr, nullptr};
 }
 
-[[gnu::cold]] Cursor fail_or_end(Parser& parser, const char* at, const JsonError& error,
-                                 const JsonError& at_end) {
+[[gnu::cold]] Cursor fail_or_end(Parser& parser, const char* at, const ErrorText& error,
+                                 const ErrorText& at_end) {
     return fail(parser, at, at == parser.end ? at_end : error);
 }
 
@@ -318,7 +324,7 @@ bool are_valid(const JsonLimits& limits) {
            within(limits.max_object_members, 100'000);
 }
 
-JsonParseResult refused(std::string_view input, std::size_t offset, const JsonError& error) {
+JsonParseResult refused(std::string_view input, std::size_t offset, const ErrorText& error) {
     JsonParseResult result;
     result.error = {error.code, error.message, static_cast<std::int64_t>(offset), 1, 1};
     for (const char byte : input.substr(0, offset)) {
