@@ -13,9 +13,8 @@ namespace {
 // complete blocks write too much.
 constexpr std::size_t kStepBytes = 64;
 
-// What is reserved at first and for each node: enough for most texts, and memory that stays
-// untouched costs nothing.
-constexpr std::size_t kFirstBytes = std::size_t{4} << 10;
+// What is reserved for each node: enough for most texts, and memory that stays untouched costs
+// nothing.
 constexpr std::size_t kBytesPerNode = 32;
 
 // Writes into the spare capacity of a buffer.  The functions below pass the place of the next byte
@@ -154,8 +153,7 @@ ByteBuffer write_tree(JsonView value) {
     constexpr JsonNode kAbsent{};
     const JsonNode* const node = JsonAccess::node(value);
     Writer writer;
-    char* const at = writer.spare(nullptr, kFirstBytes);
-    writer.commit(put_value<kIndented>(writer, at, node == nullptr ? kAbsent : *node, 0));
+    writer.commit(put_value<kIndented>(writer, nullptr, node == nullptr ? kAbsent : *node, 0));
     return std::move(writer.out);
 }
 
