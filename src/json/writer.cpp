@@ -13,8 +13,9 @@ namespace {
 // complete blocks write too much.
 constexpr std::size_t kStepBytes = 64;
 
-// What is reserved for each node: enough for most texts, and memory that stays untouched costs
-// nothing.
+// What is reserved at first and for each node: enough for most texts, and memory that stays
+// untouched costs nothing.
+constexpr std::size_t kFirstBytes = 256;
 constexpr std::size_t kBytesPerNode = 32;
 
 // Writes into the spare capacity of a buffer.  The functions below pass the place of the next byte
@@ -153,7 +154,8 @@ ByteBuffer write_tree(JsonView value) {
     constexpr JsonNode kAbsent{};
     const JsonNode* const node = JsonAccess::node(value);
     Writer writer;
-    writer.commit(put_value<kIndented>(writer, nullptr, node == nullptr ? kAbsent : *node, 0));
+    char* const at = writer.spare(nullptr, kFirstBytes);
+    writer.commit(put_value<kIndented>(writer, at, node == nullptr ? kAbsent : *node, 0));
     return std::move(writer.out);
 }
 
