@@ -86,7 +86,7 @@ class Peer:
         self._listener.listen(64)
         self._waker.bind((address, 0))
         self._scripts, self._tls = scripts or (reply(),), tls
-        self._idle_limit_s = idle_limit_s
+        self.idle_limit_s = idle_limit_s
         self._thread = threading.Thread(target=self._serve)
         self.over = threading.Event()
         self.connections: list[Connection] = []
@@ -128,7 +128,7 @@ class Peer:
             player.join()
 
     def _play(self, connection: Connection, script: Script) -> None:
-        connection.socket.settimeout(self._idle_limit_s)
+        connection.socket.settimeout(self.idle_limit_s)
         connection.socket.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
         try:
             if self._tls:
