@@ -10,7 +10,7 @@ import threading
 from collections.abc import Callable, Sequence
 from typing import Any
 
-TIME_LIMIT_S = 60
+TIME_LIMIT_S = 240
 
 
 class Connection:
