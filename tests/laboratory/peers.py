@@ -79,14 +79,14 @@ class Peer:
     # `network.serving`).  On leaving the context all that was accepted has been played.
 
     def __init__(self, *scripts: Script, address: str = "127.0.0.1",
-                 tls: ssl.SSLContext | None = None, idle_limit_s: float = TIME_LIMIT_S) -> None:
+                 tls: ssl.SSLContext | None = None) -> None:
         family = socket.AF_INET6 if ":" in address else socket.AF_INET
         self._listener, self._waker = socket.socket(family), socket.socket(family)
         self._listener.bind((address, 0))
         self._listener.listen(64)
         self._waker.bind((address, 0))
         self._scripts, self._tls = scripts or (reply(),), tls
-        self.idle_limit_s = idle_limit_s
+        self.idle_limit_s: float = TIME_LIMIT_S
         self._thread = threading.Thread(target=self._serve)
         self.over = threading.Event()
         self.connections: list[Connection] = []
