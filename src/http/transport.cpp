@@ -34,7 +34,7 @@ TransportResult receive_response(std::int64_t max_bytes, std::int64_t stop_body_
             return result;
         }
         framing.advance(result.bytes.view());
-        // The same for all that was announced.
+        // Spare bytes for all that was announced, and again for the read that meets the end.
         if (const std::size_t missing = framing.missing_bytes()) {
             static_cast<void>(result.bytes.spare(missing + std::size_t{kMaxReadBytes}));
         }

@@ -14,7 +14,7 @@
 namespace quorvane {
 namespace {
 
-// What a JsonError says beside the place.
+// A JsonError without its place.
 struct ErrorText {
     const char* code;
     const char* message;
