@@ -68,6 +68,7 @@ class Name(NamedTuple):
     """The answer to the question for IPv6 addresses; None: silence."""
     four: Answer | None
     expect: str
+    limit_ms: int = 9000
 
 
 NAMES = {row.name: row for row in (
@@ -76,8 +77,8 @@ NAMES = {row.name: row for row in (
     Name("second-bad", says(SIX), says(FOUR, flags=0x8183), resolved(SIX_TEXT)),
     Name("both-bad", says(flags=0x8183), says(flags=0x8183), BAD),
     Name("empty", says(), says(), resolved()),
-    Name("silent", None, None, resolved(ok=0, timed_out=1)),
-    Name("half-silent", None, says(FOUR), resolved("10.0.0.2")),
+    Name("silent", None, None, resolved(ok=0, timed_out=1), limit_ms=1000),
+    Name("half-silent", None, says(FOUR), resolved("10.0.0.2"), limit_ms=1000),
     Name("neighbour", says(SIX), says(FOUR), BOTH),
     Name("service", says(), says(address("127.0.0.1")), resolved("127.0.0.1")),
     Name("refusing", says(address("fd00::53")), says(address("127.0.0.9"), address("127.0.0.1")),
@@ -115,8 +116,7 @@ class Names(Rows):
 
     def test_answers(self) -> None:
         self.each(NAMES.values(), lambda row: self.assertEqual(
-            probe("resolve", f"{row.name}.test.", 1000 if "silent" in row.name else 9000)[0],
-            row.expect))
+            probe("resolve", f"{row.name}.test.", row.limit_ms)[0], row.expect))
 
     def test_the_queries(self) -> None:
         probe("resolve", "x.silent.test.", 50)
@@ -179,6 +179,7 @@ class Exchange(NamedTuple):
     expect: str
     body: bytes = b""
     kind: str = "plain"
+    limit_ms: int = 9000
 
 
 EXCHANGES = (
@@ -188,9 +189,10 @@ EXCHANGES = (
     Exchange("7 MiB, chunked", reply(chunked(LARGE)), COMPLETE, LARGE),
     Exchange("past the maximum", reply(TO_CLOSE, LARGE, LARGE), CUT,
              (LARGE * 2)[:MAXIMUM - len(TO_CLOSE)]),
-    Exchange("complete, stays open", reply(length(b"ok"), until_gone), COMPLETE, b"ok"),
-    Exchange("silent", reply(until_gone), GONE),
-    Exchange("stalls before the close", reply(TO_CLOSE + b"ok", until_gone), GONE),
+    Exchange("complete, stays open", reply(length(b"ok"), until_gone), COMPLETE, b"ok",
+             limit_ms=2000),
+    Exchange("silent", reply(until_gone), GONE, limit_ms=2000),
+    Exchange("stalls before the close", reply(TO_CLOSE + b"ok", until_gone), GONE, limit_ms=2000),
     Exchange("reset in the head", reply(length(b"")[:-1], reset), GONE),
     Exchange("reset in the body", reply(length(b"ok", 3), reset), CUT, b"ok"),
 )
@@ -207,8 +209,7 @@ class Exchanges(Rows):
     def test_both_transports(self) -> None:
         def check(row: Exchange) -> None:
             with listening(row.script, row.kind == "tls") as peer:
-                limit_ms = 2000 if until_gone in row.script else 9000
-                line, body = probe(row.kind, "127.0.0.1", peer.port, limit_ms, MAXIMUM)
+                line, body = probe(row.kind, "127.0.0.1", peer.port, row.limit_ms, MAXIMUM)
             self.assertEqual(line, row.expect)
             self.assertTrue(body == row.body, (body[:99], row.body[:99]))
         self.each([row._replace(kind=kind) for kind in ("plain", "tls") for row in EXCHANGES], check)
