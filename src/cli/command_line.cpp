@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <optional>
 #include <utility>
 
 #include "cli/help.h"
@@ -10,11 +11,11 @@
 namespace quorvane {
 namespace {
 
-/// The state of one reading.
+// The state of one reading.
 struct Walk {
     const ProgramSpec& program;
-    std::span<const char* const> words;  ///< Those that have not been read.
-    CommandSpec command;                 ///< The current one.
+    std::span<const char* const> words;  // Those that have not been read.
+    CommandSpec command;                 // The current one.
     ParseResult result;
 };
 
@@ -24,38 +25,47 @@ std::string_view take_word(Walk& walk) {
     return word;
 }
 
-ParseResult answer(Walk& walk, ParseKind kind, std::string text) {
+ParseResult end_walk(Walk& walk, ParseKind kind, std::string text) {
     walk.result.ok = kind != ParseKind::kError;
     walk.result.kind = kind;
     walk.result.text = std::move(text);
     return std::move(walk.result);
 }
 
-ParseResult answer_help(Walk& walk) {
-    return answer(walk, ParseKind::kHelp, render_help(walk.program, walk.result.command_path));
+ParseResult end_with_help(Walk& walk) {
+    return end_walk(walk, ParseKind::kHelp, render_help(walk.program, walk.result.command_path));
 }
 
-/// The first option in scope that `wanted` accepts, or null.
-template <typename Predicate>
-const OptionSpec* find_in_scope(const Walk& walk, Predicate wanted) {
+ParseResult end_with_error(Walk& walk, std::string message) {
+    return end_walk(walk, ParseKind::kError, std::move(message));
+}
+
+// Calls `visit` with each option in scope: the inherited ones of the commands on the path, then
+// those of the current command.
+template <typename Visit>
+void visit_scope(const Walk& walk, const Visit& visit) {
     CommandSpec command = root_command(walk.program);
     for (const std::string_view name : walk.result.command_path) {
         for (const OptionSpec& option : command.options) {
-            if (option.inherited && wanted(option)) return &option;
+            if (option.inherited) visit(option);
         }
-        command = *find_subcommand(command, name);
+        command = find_subcommand(command, name).value_or(command);
     }
-    const auto found = std::ranges::find_if(walk.command.options, wanted);
-    return found == walk.command.options.end() ? nullptr : &*found;
+    for (const OptionSpec& option : command.options) visit(option);
 }
 
-const OptionSpec* find_option(const Walk& walk, std::string_view name) {
-    return find_in_scope(walk, [name](const OptionSpec& option) { return option.is_named(name); });
+std::optional<OptionSpec> find_option(const Walk& walk, std::string_view name) {
+    std::optional<OptionSpec> found;
+    visit_scope(walk, [&found, name](const OptionSpec& option) {
+        if (!found && option.is_named(name)) found = option;
+    });
+    return found;
 }
 
-const OptionValue* find_value(const ParseResult& result, std::string_view key) {
+std::optional<OptionValue> find_value(const ParseResult& result, std::string_view key) {
     const auto found = std::ranges::find(result.option_values, key, &OptionValue::key);
-    return found == result.option_values.end() ? nullptr : &*found;
+    if (found == result.option_values.end()) return std::nullopt;
+    return *found;
 }
 
 void store_value(ParseResult& result, const OptionValue& value) {
@@ -72,12 +82,12 @@ bool is_allowed(const OptionSpec& option, std::string_view value) {
     return allowed.empty() || std::ranges::find(allowed, value) != allowed.end();
 }
 
-/// Stores the option `word` with its value, which may be the next word.  Returns the error, if any.
-std::string read_option(Walk& walk, std::string_view word) {
+// Stores the option `word` with its value, which may be the next word.  Returns the error, if any.
+std::optional<std::string> read_option(Walk& walk, std::string_view word) {
     const TextSplit split = split_once(word, '=');
     const std::string name(split.before);
-    const OptionSpec* option = find_option(walk, name);
-    if (option == nullptr) return "unknown option " + name;
+    const std::optional<OptionSpec> option = find_option(walk, name);
+    if (!option) return "unknown option " + name;
     std::string_view value = "true";
     if (option->takes_value()) {
         if (!split.found && walk.words.empty()) {
@@ -89,7 +99,7 @@ std::string read_option(Walk& walk, std::string_view word) {
         }
     }
     store_value(walk.result, {option->key, value, true});
-    return {};
+    return std::nullopt;
 }
 
 void read_word(Walk& walk, std::string_view word) {
@@ -113,21 +123,22 @@ bool positional_count_fits(std::span<const ArgumentSpec> arguments, std::size_t 
 ParseResult finish(Walk& walk) {
     // A line of options only, or of nothing, asks for help; a stray word is an error below.
     ParseResult& result = walk.result;
-    if (result.command_path.empty() && result.positionals.empty()) return answer_help(walk);
-    const OptionSpec* missing = find_in_scope(walk, [&result](const OptionSpec& option) {
-        if (find_value(result, option.key) != nullptr) return false;
-        if (!option.required) store_value(result, {option.key, option.default_value, false});
-        return option.required;
+    if (result.command_path.empty() && result.positionals.empty()) return end_with_help(walk);
+    std::optional<std::string_view> missing;  // The long form of the first.
+    visit_scope(walk, [&result, &missing](const OptionSpec& option) {
+        if (missing || find_value(result, option.key)) return;
+        if (option.required) {
+            missing = option.long_form;
+        } else {
+            store_value(result, {option.key, option.default_value, false});
+        }
     });
-    if (missing != nullptr) {
-        std::string error = "missing required option " + std::string(missing->long_form);
-        return answer(walk, ParseKind::kError, std::move(error));
-    }
+    if (missing) return end_with_error(walk, "missing required option " + std::string(*missing));
     if (!positional_count_fits(walk.command.arguments, result.positionals.size())) {
-        std::string error = "invalid arguments\n" + render_help(walk.program, result.command_path);
-        return answer(walk, ParseKind::kError, std::move(error));
+        return end_with_error(
+            walk, "invalid arguments\n" + render_help(walk.program, result.command_path));
     }
-    return answer(walk, ParseKind::kCommand, {});
+    return end_walk(walk, ParseKind::kCommand, {});
 }
 
 }  // namespace
@@ -142,12 +153,12 @@ ParseResult parse_command_line(std::span<const char* const> words, const Program
         } else if (word == "--") {
             options_ended = true;
         } else if (word == "--help" || word == "-h") {
-            return answer_help(walk);
-        } else if ((word == "--version" || word == "-V") && find_option(walk, word) == nullptr) {
+            return end_with_help(walk);
+        } else if ((word == "--version" || word == "-V") && !find_option(walk, word)) {
             std::string line = std::string(program.name) + " " + std::string(program.version);
-            return answer(walk, ParseKind::kVersion, std::move(line));
-        } else if (std::string error = read_option(walk, word); !error.empty()) {
-            return answer(walk, ParseKind::kError, std::move(error));
+            return end_walk(walk, ParseKind::kVersion, std::move(line));
+        } else if (std::optional<std::string> error = read_option(walk, word)) {
+            return end_with_error(walk, std::move(*error));
         }
     }
     return finish(walk);
@@ -155,13 +166,13 @@ ParseResult parse_command_line(std::span<const char* const> words, const Program
 
 std::string_view option_value(const ParseResult& result, std::string_view key,
                               std::string_view fallback) {
-    const OptionValue* entry = find_value(result, key);
-    return entry == nullptr ? fallback : entry->value;
+    const std::optional<OptionValue> entry = find_value(result, key);
+    return entry ? entry->value : fallback;
 }
 
 bool flag_set(const ParseResult& result, std::string_view key) {
-    const OptionValue* entry = find_value(result, key);
-    return entry != nullptr && entry->given;
+    const std::optional<OptionValue> entry = find_value(result, key);
+    return entry && entry->given;
 }
 
 bool command_is(const ParseResult& result, std::string_view text) {

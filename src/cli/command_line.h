@@ -48,7 +48,7 @@ struct ParseResult {
 /// Whether the option was given on the command line.
 [[nodiscard]] bool flag_set(const ParseResult& result, std::string_view key);
 
-/// Whether the command path, joined by single blanks, is `text` ("config pull").
+/// Whether the command path, joined by single spaces, is `text` ("config pull").
 [[nodiscard]] bool command_is(const ParseResult& result, std::string_view text);
 
 }  // namespace quorvane

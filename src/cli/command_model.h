@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <optional>
 #include <span>
 #include <string_view>
 
@@ -88,11 +89,12 @@ struct ProgramSpec {
     return {program.name, program.description, {}, program.options, {}, program.commands};
 }
 
-/// The subcommand with this canonical name, or null.
-[[nodiscard]] constexpr const CommandSpec* find_subcommand(const CommandSpec& command,
-                                                           std::string_view name) {
+/// The subcommand with this canonical name.
+[[nodiscard]] constexpr std::optional<CommandSpec> find_subcommand(const CommandSpec& command,
+                                                                   std::string_view name) {
     const auto found = std::ranges::find(command.subcommands, name, &CommandSpec::name);
-    return found == command.subcommands.end() ? nullptr : &*found;
+    if (found == command.subcommands.end()) return std::nullopt;
+    return *found;
 }
 
 }  // namespace quorvane

@@ -9,9 +9,7 @@ namespace {
 CommandSpec resolve(const ProgramSpec& program, std::span<const std::string_view> path) {
     CommandSpec command = root_command(program);
     for (const std::string_view name : path) {
-        const CommandSpec* subcommand = find_subcommand(command, name);
-        if (subcommand == nullptr) break;
-        command = *subcommand;
+        command = find_subcommand(command, name).value_or(command);
     }
     return command;
 }

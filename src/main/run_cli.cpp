@@ -1,6 +1,7 @@
 #include "main/run_cli.h"
 
-#include <string>
+#include <algorithm>
+#include <optional>
 #include <string_view>
 
 #include "cli/account_commands.h"
@@ -14,22 +15,77 @@
 #include "support/output.h"
 #include "support/process.h"
 #include "support/syscall.h"
+#include "support/text.h"
 
 namespace quorvane {
 namespace {
 
-int run_command(const ProgramSpec& program, const ParseResult& parsed, const ServiceOrigin& origin,
-                std::string_view token) {
-    if (command_is(parsed, "logout")) return run_logout(origin, token);
-    if (command_is(parsed, "whoami")) return run_whoami(origin, token);
-    if (command_is(parsed, "projects")) return run_projects(origin, token);
-    const ConfigTarget target = {.project = option_value(parsed, "project"),
-                                 .file = option_value(parsed, "file")};
-    if (command_is(parsed, "config pull")) return run_config_pull(origin, token, target);
-    if (command_is(parsed, "config push")) return run_config_push(origin, token, target);
-    // The only command left is "config" without a subcommand.
-    return fail(render_help(program, {}));
+// What a command's body may need.
+struct Call {
+    const ParseResult& parsed;
+    const ServiceOrigin& origin;
+    unsigned user_umask;
+    std::string_view token;  // Empty for a command that works signed out.
+
+    ConfigTarget config_target() const {
+        return {.project = option_value(parsed, option_key::kProject),
+                .file = option_value(parsed, option_key::kFile)};
+    }
+};
+
+struct CommandBody {
+    std::string_view path;  // Canonical names, joined by single spaces.
+    bool needs_token;
+    int (*run)(const Call& call);  // Returns the exit status.
+};
+
+int login(const Call& call) {
+    return run_login(call.origin, {.open_browser = !flag_set(call.parsed, option_key::kNoBrowser),
+                                   .user_umask = call.user_umask});
 }
+
+constexpr CommandBody kCommandBodies[] = {
+    {"login", false, login},
+    {"logout", true, [](const Call& call) { return run_logout(call.origin, call.token); }},
+    {"whoami", true, [](const Call& call) { return run_whoami(call.origin, call.token); }},
+    {"projects", true, [](const Call& call) { return run_projects(call.origin, call.token); }},
+    {"config pull", true,
+     [](const Call& call) {
+         return run_config_pull(call.origin, call.token, call.config_target());
+     }},
+    {"config push", true,
+     [](const Call& call) {
+         return run_config_push(call.origin, call.token, call.config_target());
+     }},
+};
+
+constexpr bool is_command(std::string_view path) {
+    CommandSpec command = root_command(kProgram);
+    for (const std::string_view name : split(path, ' ')) {
+        const std::optional<CommandSpec> subcommand = find_subcommand(command, name);
+        if (!subcommand) return false;
+        command = *subcommand;
+    }
+    return command.subcommands.empty();
+}
+
+// Commands that are no mere groups.
+constexpr std::ptrdiff_t count_commands(std::span<const CommandSpec> commands) {
+    std::ptrdiff_t count = 0;
+    for (const CommandSpec& command : commands) {
+        count += command.subcommands.empty() ? 1 : count_commands(command.subcommands);
+    }
+    return count;
+}
+
+constexpr bool is_only_body(const CommandBody& body) {
+    return is_command(body.path) &&
+           std::ranges::count(kCommandBodies, body.path, &CommandBody::path) == 1;
+}
+
+static_assert(std::ranges::all_of(kCommandBodies, is_only_body), "A body belongs to no command.");
+static_assert(std::ssize(kCommandBodies) == count_commands(kProgram.commands),
+              "A command has no body.");
 
 }  // namespace
 
@@ -39,27 +95,30 @@ int run_cli() {
         return fail("Cannot restrict credential file permissions on this platform");
     }
 
-    const ProgramSpec program = command_tree();
-    const ParseResult parsed = parse_command_line(process_arguments(), program);
+    const ParseResult parsed = parse_command_line(process_arguments(), kProgram);
     if (!parsed.ok) return fail(parsed.text);
     if (parsed.kind != ParseKind::kCommand) {
         print_line(Stream::kOutput, parsed.text);
         return 0;
     }
 
-    const ServiceOrigin origin = parse_service_origin(option_value(parsed, "base"));
+    const ServiceOrigin origin = parse_service_origin(option_value(parsed, option_key::kBase));
     if (!origin.valid) {
         return fail("Use an HTTPS origin, or http://127.0.0.1:PORT for local development");
     }
-    if (command_is(parsed, "login")) {
-        return run_login(origin, {.open_browser = !flag_set(parsed, "no-browser"),
-                                  .user_umask = static_cast<unsigned>(user_umask)});
-    }
+    Call call = {parsed, origin, static_cast<unsigned>(user_umask), {}};
+    const auto is_meant = [&parsed](const CommandBody& body) {
+        return command_is(parsed, body.path);
+    };
+    const auto* const body = std::ranges::find_if(kCommandBodies, is_meant);
+    const bool found = body != std::end(kCommandBodies);
+    if (found && !body->needs_token) return body->run(call);
 
     const CredentialStore credentials = load_credentials(origin);
-    const std::string_view token = json_get_string(credentials, "token");
-    if (token.empty()) return fail("Run quorvane login first");
-    return run_command(program, parsed, origin, token);
+    call.token = json_get_string(credentials, "token");
+    if (call.token.empty()) return fail("Run quorvane login first");
+    // A group without a subcommand, such as "config", has no body.
+    return found ? body->run(call) : fail(render_help(kProgram, {}));
 }
 
 }  // namespace quorvane

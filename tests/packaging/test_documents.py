@@ -15,7 +15,7 @@ PAGE = ROOT / "docs/quorvane.1"
 
 # Texts with a blank that nobody reads on a terminal: descriptions of the help, headers on the wire,
 # errors of the JSON parser, which its callers do not print.
-SILENT_FILES = ("main/command_tree.cpp", "cli/help.cpp", "http/message.cpp", "json/parser.cpp")
+SILENT_FILES = ("main/command_tree.h", "cli/help.cpp", "http/message.cpp", "json/parser.cpp")
 SILENT_TEXTS = {"Bearer ", "nameserver ", "config pull", "config push"}
 _TOKEN = re.compile(r'//[^\n]*|#include[^\n]*|R?"((?:[^"\\\n]|\\.)*)"')
 

@@ -20,11 +20,11 @@ ParseResult parse(std::string_view line) {
     for (const std::string_view word : split(line, ' ')) {
         if (!line.empty()) words.push_back(kept.emplace_back(word).c_str());
     }
-    return parse_command_line(words, command_tree());
+    return parse_command_line(words, kProgram);
 }
 
 TEST(ParseCommandLine, AnswersOnTheProgramsTree) {
-    const auto help = [](const Words& path) { return render_help(command_tree(), path); };
+    const auto help = [](const Words& path) { return render_help(kProgram, path); };
     const struct {
         const char* line;
         ParseKind kind;
