@@ -8,6 +8,8 @@
 #include "json/value.h"
 #include "session/api_client.h"
 #include "session/state_files.h"
+#include "support/atomic_write.h"
+#include "support/bytes.h"
 #include "support/output.h"
 #include "support/process.h"
 
@@ -17,33 +19,40 @@ namespace {
 // These members of the service's object describe the project and are not configuration.
 constexpr std::string_view kServiceMembers[] = {"id", "publicKey", "name"};
 
-/// Returns the message of the write that failed, or nothing.
-std::string_view write_both_files(const ConfigTarget& target, const ServiceOrigin& origin,
-                                  JsonView config, JsonView revision) {
+struct PullResult {
+    bool ok = false;
+    std::string_view message;  // Says which file could not be written.
+};
+
+PullResult write_both_files(std::string_view file, const ByteBuffer& config,
+                            const ByteBuffer& metadata) {
+    await_file_system(file);
     // Ctrl-C between the two would leave this configuration with the metadata of another project,
     // and the next push would send it there.
     const SignalHold hold;
-    if (!write_config_file(target.file, config)) return "Cannot write configuration";
-    if (!write_sync_metadata(metadata_path(target.file), target.project, origin.text, revision)) {
-        return "Cannot write revision metadata";
+    if (!write_file_atomic(file, config.view())) return {false, "Cannot write configuration"};
+    if (!write_file_atomic(metadata_path(file), metadata.view())) {
+        return {false, "Cannot write revision metadata"};
     }
-    return {};
+    return {.ok = true, .message = {}};
 }
 
 }  // namespace
 
 int run_config_pull(const ServiceOrigin& origin, std::string_view token,
                     const ConfigTarget& target) {
-    const JsonValue request = json_object({"projectId"}, json_values(json_string(target.project)));
-    std::optional<JsonValue> response = call_service(origin, "/api/v1/project", request, token);
+    const JsonValue body = json_object({"projectId"}, json_values(json_string(target.project)));
+    std::optional<JsonValue> response = call_service(origin, "/api/v1/project", body, token);
     if (!response) return 1;
     JsonValue project = json_take_member(std::move(*response), "project");
-    const JsonValue revision = json_copy(json_member(project, "revision"));
-    const JsonValue config =
-        json_without_members(json_take_member(std::move(project), "config"), kServiceMembers);
+    // Both texts are complete before the first file changes, because memory can run out.
+    const ByteBuffer metadata =
+        sync_metadata_text(target.project, origin.text, json_member(project, "revision"));
+    const ByteBuffer config = config_text(
+        json_without_members(json_take_member(std::move(project), "config"), kServiceMembers));
 
-    const std::string_view failure = write_both_files(target, origin, config, revision);
-    if (!failure.empty()) return fail(failure);
+    const PullResult written = write_both_files(target.file, config, metadata);
+    if (!written.ok) return fail(written.message);
     print_line(Stream::kOutput, "Saved " + std::string(target.file));
     return 0;
 }
@@ -59,14 +68,15 @@ int run_config_push(const ServiceOrigin& origin, std::string_view token,
     JsonValue config = read_json_object(target.file);
     if (!config.view().is_object()) return fail("Configuration must be a JSON object");
 
-    const JsonValue request = json_object(
+    const JsonValue body = json_object(
         {"projectId", "revision", "config"},
         json_values(json_string(target.project), std::move(metadata.revision), std::move(config)));
     const std::optional<JsonValue> response =
-        call_service(origin, "/api/v1/project-configure", request, token);
+        call_service(origin, "/api/v1/project-configure", body, token);
     if (!response) return 1;
     const JsonView revision = json_member(json_member(*response, "project"), "revision");
-    if (!write_sync_metadata(metadata_file, target.project, origin.text, revision)) {
+    const ByteBuffer text = sync_metadata_text(target.project, origin.text, revision);
+    if (!write_file_atomic(metadata_file, text.view())) {
         return fail("Configuration saved remotely; pull again to refresh local metadata");
     }
     print_line(Stream::kOutput, "Configuration synchronized");

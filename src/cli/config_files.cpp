@@ -4,8 +4,6 @@
 
 #include "json/writer.h"
 #include "session/state_files.h"
-#include "support/bytes.h"
-#include "support/files.h"
 
 namespace quorvane {
 
@@ -13,10 +11,10 @@ std::string metadata_path(std::string_view config_path) {
     return std::string(config_path) + ".sync.json";
 }
 
-bool write_config_file(std::string_view path, JsonView config) {
+ByteBuffer config_text(JsonView config) {
     ByteBuffer text = write_pretty_json(config);
     text.append("\n");
-    return write_file_atomic(path, text.view());
+    return text;
 }
 
 SyncMetadata read_sync_metadata(std::string_view path) {
@@ -29,12 +27,11 @@ SyncMetadata read_sync_metadata(std::string_view path) {
     return metadata;
 }
 
-bool write_sync_metadata(std::string_view path, std::string_view project_id,
-                         std::string_view base_url, JsonView revision) {
-    const JsonValue metadata = json_object(
+ByteBuffer sync_metadata_text(std::string_view project_id, std::string_view base_url,
+                              JsonView revision) {
+    return write_json(json_object(
         {"projectId", "baseUrl", "revision"},
-        json_values(json_string(project_id), json_string(base_url), json_copy(revision)));
-    return write_file_atomic(path, write_json(metadata).view());
+        json_values(json_string(project_id), json_string(base_url), json_copy(revision))));
 }
 
 }  // namespace quorvane

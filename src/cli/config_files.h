@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "json/value.h"
+#include "support/bytes.h"
 
 /// The two files of a pulled project: the configuration, indented for people and their diffs, and
 /// the revision metadata, which records its project, origin and revision.
@@ -12,8 +13,8 @@ namespace quorvane {
 /// The configuration file's path with ".sync.json" appended.
 [[nodiscard]] std::string metadata_path(std::string_view config_path);
 
-/// Writes the indented text of `config` and one line feed; false leaves the old file untouched.
-[[nodiscard]] bool write_config_file(std::string_view path, JsonView config);
+/// The text of a configuration file: indented, with one line feed at its end.
+[[nodiscard]] ByteBuffer config_text(JsonView config);
 
 /// Where a configuration file was pulled from.
 struct SyncMetadata {
@@ -27,9 +28,8 @@ struct SyncMetadata {
 /// of another type, and all do when the file is missing, unreadable or no JSON object.
 [[nodiscard]] SyncMetadata read_sync_metadata(std::string_view path);
 
-/// Writes compact JSON without a line feed; false leaves the old file untouched.  An absent
-/// `revision` is written as null.
-[[nodiscard]] bool write_sync_metadata(std::string_view path, std::string_view project_id,
-                                       std::string_view base_url, JsonView revision);
+/// The text of a metadata file: compact, without a line feed.  An absent `revision` is null.
+[[nodiscard]] ByteBuffer sync_metadata_text(std::string_view project_id, std::string_view base_url,
+                                            JsonView revision);
 
 }  // namespace quorvane

@@ -4,6 +4,7 @@
 #include "json/writer.h"
 #include "session/encoding.h"
 #include "session/sha256.h"
+#include "support/atomic_write.h"
 #include "support/files.h"
 #include "support/process.h"
 

@@ -1,49 +1,17 @@
 #include "support/files.h"
 
 #include "support/fd.h"
-#include "support/process.h"
-#include "support/text.h"
 
 namespace quorvane {
 namespace {
 
-constexpr mode_t kDirectoryMode = 0777;
-constexpr mode_t kFileMode = 0666;
-
-FdHandle create_exclusively(const std::string& path) {
-    const int flags = O_WRONLY | O_CREAT | O_EXCL | O_TRUNC | O_CLOEXEC;
-    return FdHandle(kernel::open(path.c_str(), flags, kFileMode));
-}
-
-/// O_NONBLOCK keeps a FIFO that has just replaced the file from blocking the open until somebody
-/// writes to it.  It also refuses a file on which another process holds a lease (fcntl(2),
-/// F_SETLEASE), which no FIFO has; that one is opened again, and the kernel bounds the wait.
+// O_NONBLOCK keeps a FIFO that has just replaced the file from blocking the open until somebody
+// writes to it.  It also refuses a file on which another process holds a lease (fcntl(2),
+// F_SETLEASE), which no FIFO has; that one is opened again, and the kernel bounds the wait.
 FdHandle open_for_reading(const std::string& path) {
     const int flags = O_RDONLY | O_CLOEXEC;
     const long opened = kernel::open(path.c_str(), flags | O_NONBLOCK);
     return FdHandle(opened == -EAGAIN ? kernel::open(path.c_str(), flags) : opened);
-}
-
-bool write_and_sync(FdHandle fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        // EINTR is not retried: no signal handler is ever installed, so it is an error like any
-        // other, and the old file stays.
-        const long written = kernel::write(fd.get(), bytes.data(), bytes.size());
-        if (written <= 0) return false;
-        bytes.remove_prefix(static_cast<std::size_t>(written));
-    }
-    const bool synchronised = kernel::fsync(fd.get()) >= 0;
-    // Some file systems report a failed write only when the file is closed.
-    return fd.close() >= 0 && synchronised;
-}
-
-bool write_temporary(const std::string& path, std::string_view bytes) {
-    FdHandle fd = create_exclusively(path);
-    if (!fd.valid()) {
-        remove_path(path);
-        fd = create_exclusively(path);
-    }
-    return fd.valid() && write_and_sync(std::move(fd), bytes);
 }
 
 }  // namespace
@@ -74,7 +42,7 @@ ByteBuffer read_whole_file(std::string_view path, std::int64_t max_bytes) {
     if (!fd.valid()) return bytes;
 
     const auto size = static_cast<std::size_t>(status.size);
-    char* const spare = bytes.spare(size + 1);
+    char* const spare = bytes.spare(size + 1);  // Never null, not even for an empty file.
     std::size_t filled = 0;
     while (filled < size) {
         const long got = kernel::read(fd.get(), spare + filled, size - filled);
@@ -94,12 +62,13 @@ std::string parent_directory(std::string_view path) {
 }
 
 bool ensure_directories(std::string_view path) {
+    constexpr mode_t kMode = 0777;
     std::string prefix;
     for (std::size_t i = 1; i <= path.size(); ++i) {
         if (i < path.size() && path[i] != '/') continue;
         prefix = path.substr(0, i);
         if (prefix == ".") continue;
-        const long made = kernel::mkdir(prefix.c_str(), kDirectoryMode);
+        const long made = kernel::mkdir(prefix.c_str(), kMode);
         if (made < 0 && made != -EEXIST) return false;
     }
     return true;
@@ -108,19 +77,6 @@ bool ensure_directories(std::string_view path) {
 bool remove_path(std::string_view path) {
     const std::string name(path);
     return kernel::unlink(name.c_str()) >= 0 || kernel::rmdir(name.c_str()) >= 0;
-}
-
-bool write_file_atomic(std::string_view path, std::string_view bytes) {
-    const std::string target(path);
-    const std::string temporary = target + ".tmp." + to_decimal(kernel::getpid());
-    const bool reachable = ensure_directories(parent_directory(path));
-    const SignalHold hold;
-    if (reachable && write_temporary(temporary, bytes) &&
-        kernel::rename(temporary.c_str(), target.c_str()) >= 0) {
-        return true;
-    }
-    remove_path(temporary);
-    return false;
 }
 
 }  // namespace quorvane

@@ -9,8 +9,7 @@
 
 /// The file primitives that every command uses.
 ///
-/// Relative paths start at the working directory.  Directories are created with mode 0777 and files
-/// with 0666; the process's file-creation mask makes them private, and no mode is changed later.
+/// Relative paths start at the working directory.
 namespace quorvane {
 
 enum class FileKind : std::uint8_t { kNone = 0, kRegular = 1, kDirectory = 2, kOther = 3 };
@@ -25,7 +24,7 @@ struct FileStatus {
 /// Follows symbolic links.
 [[nodiscard]] FileStatus stat_path(std::string_view path);
 
-/// All bytes of a file, or nothing when the path is no regular file (a directory, a device, a
+/// All bytes of a file; the empty buffer when the path is no regular file (a directory, a device, a
 /// FIFO), cannot be queried, is larger than `max_bytes` or cannot be opened.  When the file shrinks
 /// meanwhile or a read fails, the result is what was read until then; a file that grows is cut at
 /// the size that it had at first.
@@ -36,19 +35,11 @@ struct FileStatus {
 /// at the end are ignored; a doubled slash inside is kept.
 [[nodiscard]] std::string parent_directory(std::string_view path);
 
-/// Creates every missing directory along `path`.  False at the first one that cannot be made.
+/// Creates every missing directory along `path`, with mode 0777 less the process's file-creation
+/// mask.  False at the first one that cannot be made.
 [[nodiscard]] bool ensure_directories(std::string_view path);
 
 /// Removes a file or, failing that, an empty directory.
 bool remove_path(std::string_view path);
-
-/// Replaces the contents of the file at `path` by `bytes`.  A reader, at any moment and after any
-/// crash, sees either the old contents or the new.  Missing directories are created, and the bytes
-/// are written to "PATH.tmp.PID", which is created exclusively, synchronised and renamed to
-/// `path`.  False when any step fails; the temporary file is then gone and the target untouched.  A
-/// temporary file of an earlier process with the same id is removed.  Signals that would end the
-/// process (SIGINT, SIGTERM, SIGHUP, SIGQUIT) are held back while the temporary file exists;
-/// another fatal signal or a crash of the machine can leave it behind.
-[[nodiscard]] bool write_file_atomic(std::string_view path, std::string_view bytes);
 
 }  // namespace quorvane

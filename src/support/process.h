@@ -32,8 +32,9 @@ void secure_standard_streams();
 /// Holds back the signals by which people and systems end a program (SIGINT, SIGTERM, SIGHUP and
 /// SIGQUIT) while it exists.  One that arrives meanwhile has its usual effect when the outermost
 /// hold ends.  It is for steps that must not be left half done: nothing that waits for a person or
-/// for the network runs under it, and no child is started under it.  Where the kernel refuses, the
-/// signals are not held.
+/// for a peer runs under it, and no child is started under it.  One wait remains possible: a file
+/// system that stops responding between `await_file_system` and the end of the hold keeps the
+/// process until it responds or is unmounted.  Where the kernel refuses, the signals are not held.
 class SignalHold {
   public:
     SignalHold() : held_(kernel::sigprocmask(SIG_BLOCK, kEndingSignals, &previous_) >= 0) {}
