@@ -11,6 +11,7 @@
 
 #include "dns/connect_host.h"
 #include "net/address.h"
+#include "support/clock.h"
 
 #ifndef QUORVANE_LINK_OPENSSL
 #include <dlfcn.h>
@@ -19,7 +20,7 @@
 namespace quorvane {
 namespace {
 
-/// Every function that is taken from OpenSSL.
+// Every function that is taken from OpenSSL.
 #define QUORVANE_OPENSSL_FUNCTIONS(USE)   \
     USE(OpenSSL_version_num)              \
     USE(TLS_client_method)                \
@@ -80,6 +81,7 @@ bool fill_table(OpenSsl& table) {
 
 bool load_openssl() {
     if (!openssl_loaded) openssl_loaded = fill_table(openssl);
+    // The version does not matter: that the call returns proves that the table leads into OpenSSL.
     return openssl_loaded && openssl.OpenSSL_version_num() >= 1;
 }
 
@@ -94,8 +96,8 @@ ConnectResult connect_tcp(const TlsSettings& settings) {
                             ? connect_ipv6("::1", settings.port, timeout_ms)
                             : connect_host(settings.host, settings.port, timeout_ms);
     // OpenSSL waits inside the socket calls, so the socket itself has to limit them.
-    tcp.ok = tcp.ok && set_socket_timeouts(tcp.fd.get(), settings.timeout_ms);
-    return tcp;
+    if (!tcp.ok || set_socket_timeouts(tcp.fd.get(), settings.timeout_ms)) return tcp;
+    return {.error = -EIO};
 }
 
 bool load_trust_store(ssl_ctx_st* context, const std::string& file) {
@@ -103,7 +105,7 @@ bool load_trust_store(ssl_ctx_st* context, const std::string& file) {
     return openssl.SSL_CTX_load_verify_locations(context, file.c_str(), nullptr) == 1;
 }
 
-/// The name as certificates have it.  A lone dot stays: an empty name would turn the check off.
+// The name as certificates have it.  A lone dot stays: an empty name would turn the check off.
 std::string certified_name(std::string host) {
     if (host.size() > 1 && host.ends_with('.')) host.pop_back();
     return host;
@@ -114,9 +116,26 @@ bool set_server_name(ssl_st* session, std::string& name) {
                             name.data()) == 1;
 }
 
-std::nullopt_t failed(std::string_view message) {
+std::nullopt_t tls_failed(std::string_view message) {
     last_error = message;
     return std::nullopt;
+}
+
+// Runs a call of OpenSSL that may wait, again while a signal interrupts it: signal(7), a socket
+// call with a time limit fails with EINTR in a process that was stopped and continued.  OpenSSL
+// accepts the same call once more.  The time limit counts from the first, so that a process that is
+// stopped again and again still ends; the last try takes what has arrived meanwhile.
+template <typename Operation>
+int call_openssl(int fd, std::int64_t timeout_ms, const Operation& operation) {
+    const std::int64_t deadline = monotonic_ms() + timeout_ms;
+    int result = kernel::foreign_call(operation);
+    if (result != -EINTR) return result;
+    while (result == -EINTR) {
+        const std::int64_t left_ms = std::max<std::int64_t>(deadline - monotonic_ms(), 1);
+        if (!set_socket_timeouts(fd, left_ms)) break;
+        result = kernel::foreign_call(operation);
+    }
+    return set_socket_timeouts(fd, timeout_ms) ? result : -EIO;
 }
 
 }  // namespace
@@ -126,35 +145,33 @@ void FreeTls::operator()(ssl_ctx_st* context) const { openssl.SSL_CTX_free(conte
 void FreeTls::operator()(ssl_st* session) const { openssl.SSL_free(session); }
 
 std::optional<TlsConnection> tls_connect(TlsSettings settings) {
-    if (!settings_in_range(settings)) return failed("TLS failed at configuration");
-    if (!load_openssl()) return failed("TLS failed at configuration");
+    if (!settings_in_range(settings)) return tls_failed("TLS failed at configuration");
+    if (!load_openssl()) return tls_failed("TLS failed at configuration");
     ConnectResult tcp = connect_tcp(settings);
-    if (!tcp.ok) return failed("TLS failed at tcp_connect");
+    if (!tcp.ok) return tls_failed("TLS failed at tcp_connect");
 
     TlsContext context(openssl.SSL_CTX_new(openssl.TLS_client_method()));
-    if (context == nullptr) return failed("TLS failed at context_create");
+    if (context == nullptr) return tls_failed("TLS failed at context_create");
     openssl.SSL_CTX_set_verify(context.get(), SSL_VERIFY_PEER, nullptr);
     if (!load_trust_store(context.get(), settings.trust_store_file)) {
-        return failed("TLS failed at trust_store");
+        return tls_failed("TLS failed at trust_store");
     }
     TlsSession session(openssl.SSL_new(context.get()));
-    if (session == nullptr) return failed("TLS failed at session_create");
+    if (session == nullptr) return tls_failed("TLS failed at session_create");
     std::string name = certified_name(std::move(settings.host));
-    if (!set_server_name(session.get(), name)) return failed("TLS failed at server_name");
+    if (!set_server_name(session.get(), name)) return tls_failed("TLS failed at server_name");
     if (openssl.SSL_set1_host(session.get(), name.c_str()) != 1) {
-        return failed("TLS failed at host_verification_setup");
+        return tls_failed("TLS failed at host_verification_setup");
     }
     if (openssl.SSL_set_fd(session.get(), tcp.fd.get()) != 1) {
-        return failed("TLS failed at socket_attach");
+        return tls_failed("TLS failed at socket_attach");
     }
-    // signal(7): on a socket with a time limit a process that was stopped and continued gets EINTR,
-    // here and in the calls below; OpenSSL then accepts the same call once more.
-    const int shaken =
-        kernel::retry_interrupted([&session] { return openssl.SSL_connect(session.get()); });
-    if (shaken != 1) return failed("TLS failed at handshake");
+    const int connected = call_openssl(tcp.fd.get(), settings.timeout_ms,
+                                       [&session] { return openssl.SSL_connect(session.get()); });
+    if (connected != 1) return tls_failed("TLS failed at handshake");
     // The verify mode has already stopped a bad chain; this check holds even if that changes.
     if (openssl.SSL_get_verify_result(session.get()) != X509_V_OK) {
-        return failed("TLS failed at certificate_verification");
+        return tls_failed("TLS failed at certificate_verification");
     }
     last_error = {};
     return TlsConnection{std::move(tcp.fd), std::move(context), std::move(session),
@@ -168,10 +185,11 @@ bool tls_write(TlsConnection& connection, std::string_view bytes) {
     while (!bytes.empty()) {
         if (wait_ready(connection.fd.get(), POLLOUT, connection.timeout_ms) <= 0) return false;
         const std::string_view record = bytes.substr(0, kMaxRecordBytes);
-        const int written = kernel::retry_interrupted([&connection, record] {
-            return openssl.SSL_write(connection.session.get(), record.data(),
-                                     static_cast<int>(record.size()));
-        });
+        const int written =
+            call_openssl(connection.fd.get(), connection.timeout_ms, [&connection, record] {
+                return openssl.SSL_write(connection.session.get(), record.data(),
+                                         static_cast<int>(record.size()));
+            });
         if (written <= 0) return false;
         bytes.remove_prefix(static_cast<std::size_t>(written));
     }
@@ -181,9 +199,10 @@ bool tls_write(TlsConnection& connection, std::string_view bytes) {
 ReceiveResult tls_read(TlsConnection& connection, ByteBuffer& into, std::int64_t max_bytes) {
     const int size = static_cast<int>(std::clamp<std::int64_t>(max_bytes, 1, kMaxReceiveBytes));
     char* const spare = into.spare(static_cast<std::size_t>(size));
-    const int count = kernel::retry_interrupted([&connection, spare, size] {
-        return openssl.SSL_read(connection.session.get(), spare, size);
-    });
+    const int count =
+        call_openssl(connection.fd.get(), connection.timeout_ms, [&connection, spare, size] {
+            return openssl.SSL_read(connection.session.get(), spare, size);
+        });
     // socket(7), SO_RCVTIMEO: a receive that waited for all of its limit fails with EAGAIN.
     if (count == -EAGAIN) return {.timed_out = true};
     if (count < 0) return {.error = count};

@@ -19,9 +19,8 @@
 /// Every entry into the kernel, typed, and the only place that reads `errno`.
 ///
 /// Each function makes one system call and returns the kernel's own answer: a value of zero or
-/// more, or a negated errno value (-ENOENT).  None of them repeats a call, not even after EINTR;
-/// `retry_interrupted` does so for calls that a foreign library makes.  Paths end in a zero byte;
-/// relative ones start at the working directory.
+/// more, or a negated errno value (-ENOENT).  None of them repeats a call, not even after EINTR.
+/// Paths end in a zero byte; relative ones start at the working directory.
 ///
 /// Newer architectures lack the older numbers (arm64 has no open, poll, fork, rename, unlink,
 /// rmdir, mkdir or access; riscv64 has no renameat either); there the same function uses the *at,
@@ -48,16 +47,12 @@ long call(long number, Arguments... arguments) {
 
 }  // namespace detail
 
-/// Runs `operation`, which makes its kernel calls through a foreign library, again while a signal
-/// interrupts one of them.  Returns its value or, where that is negative, the negated errno value
-/// of the call that failed: -EIO if none did.
+/// Runs `operation`, which makes its kernel calls through a foreign library.  Returns its value or,
+/// where that is negative, the negated errno value of the call that failed: -EIO if none did.
 template <typename Operation>
-int retry_interrupted(const Operation& operation) {
-    int result = 0;
-    do {
-        errno = 0;
-        result = operation();
-    } while (result < 0 && errno == EINTR);
+int foreign_call(const Operation& operation) {
+    errno = 0;
+    const int result = operation();
     if (result >= 0) return result;
     return errno == 0 ? -EIO : -errno;
 }
