@@ -22,37 +22,49 @@ if(NOT QUORVANE_EPOCH STREQUAL "")
 endif()
 
 # Adds `source`, compressed, to the files that are built and installed.
-find_program(QUORVANE_GZIP gzip)
+find_program(QUORVANE_GZIP gzip REQUIRED)
+set(made ${PROJECT_BINARY_DIR}/install)
+file(MAKE_DIRECTORY ${made})
 function(quorvane_install_compressed source folder)
     cmake_path(GET source FILENAME name)
-    set(made ${PROJECT_BINARY_DIR}/install/${name}.gz)
     # -n: neither name nor time go into the file.
-    add_custom_command(OUTPUT ${made} DEPENDS ${source} VERBATIM
-        COMMAND ${QUORVANE_GZIP} -9nc ${source} > ${made})
-    add_custom_target(compress_${name} ALL DEPENDS ${made})
-    install(FILES ${made} DESTINATION ${folder})
+    add_custom_command(OUTPUT ${made}/${name}.gz DEPENDS ${source} VERBATIM
+        COMMAND ${QUORVANE_GZIP} -9nc ${source} > ${made}/${name}.gz)
+    add_custom_target(compress_${name} ALL DEPENDS ${made}/${name}.gz)
+    install(FILES ${made}/${name}.gz DESTINATION ${folder})
 endfunction()
 
-file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/install)
+# The completions and the manual page with the words of the command tree, which a program for the
+# machine that builds prints.
+find_package(Python3 3.11 REQUIRED COMPONENTS Interpreter)
+set(native_compiler $<IF:$<BOOL:${CMAKE_CROSSCOMPILING}>,c++,${CMAKE_CXX_COMPILER}>)
+set(filled ${made}/quorvane.1 ${made}/quorvane.bash ${made}/quorvane.fish ${made}/_quorvane)
+set(templates docs/quorvane.1.in packaging/completions/quorvane.bash.in
+    packaging/completions/quorvane.fish.in packaging/completions/_quorvane.in)
+add_custom_command(OUTPUT ${filled} WORKING_DIRECTORY ${PROJECT_SOURCE_DIR} VERBATIM
+    DEPENDS ${templates} docs/messages.md packaging/fill-templates packaging/words.cpp
+        src/main/command_tree.h src/cli/command_model.h
+    COMMAND ${native_compiler} -std=c++20 -Isrc "-DQUORVANE_VERSION=\"${PROJECT_VERSION}\""
+        "-DQUORVANE_DEFAULT_ORIGIN=\"${QUORVANE_DEFAULT_ORIGIN}\""
+        packaging/words.cpp -o ${made}/words
+    COMMAND ${made}/words > ${made}/words.txt
+    COMMAND ${Python3_EXECUTABLE} packaging/fill-templates ${made}/words.txt docs/messages.md
+        ${templates} ${made})
+add_custom_target(fill_templates ALL DEPENDS ${filled})
 
 install(TARGETS quorvane)
 install(PROGRAMS packaging/quorvane-doctor DESTINATION ${CMAKE_INSTALL_BINDIR})
-foreach(page quorvane.1 quorvane-doctor.1)
-    if(QUORVANE_GZIP)
-        quorvane_install_compressed(
-            ${PROJECT_SOURCE_DIR}/docs/${page} ${CMAKE_INSTALL_MANDIR}/man1)
-    else()
-        install(FILES docs/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-    endif()
-endforeach()
+quorvane_install_compressed(${made}/quorvane.1 ${CMAKE_INSTALL_MANDIR}/man1)
+quorvane_install_compressed(
+    ${PROJECT_SOURCE_DIR}/docs/quorvane-doctor.1 ${CMAKE_INSTALL_MANDIR}/man1)
 # bash and fish look for a file of the command's name.
 foreach(command quorvane quorvane-doctor)
-    install(FILES packaging/completions/quorvane.bash RENAME ${command}
+    install(FILES ${made}/quorvane.bash RENAME ${command}
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-    install(FILES packaging/completions/${command}.fish
+    install(FILES ${made}/quorvane.fish RENAME ${command}.fish
         DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 endforeach()
-install(FILES packaging/completions/_quorvane DESTINATION ${QUORVANE_ZSH_DIR})
+install(FILES ${made}/_quorvane DESTINATION ${QUORVANE_ZSH_DIR})
 install(DIRECTORY docs/guides DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md")
 install(FILES packaging/copyright CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
