@@ -21,11 +21,11 @@ void append_u16(std::string& bytes, std::uint16_t value) {
     bytes += static_cast<char>(value & 0xFF);
 }
 
-/// Takes a datagram apart from front to back.  Once a part is missing, `ok` stays false and every
-/// further part is empty or 0.
+// Takes a datagram apart from front to back.  Once a part is missing, `ok` stays false and every
+// further part is empty or 0.
 struct DatagramReader {
     std::string_view datagram;
-    std::size_t offset = 0;  ///< At most the size.
+    std::size_t offset = 0;  // At most the size.
     bool ok = true;
 
     std::string_view take(std::size_t size) {
@@ -43,8 +43,8 @@ struct DatagramReader {
         return static_cast<std::uint16_t>(high << 8 | take_u8());
     }
 
-    /// Reads a name through its compression pointers, so that a malformed one is refused wherever
-    /// its labels are, and continues after the name's own bytes.
+    // Reads a name through its compression pointers, so that a malformed one is refused wherever
+    // its labels are, and continues after the name's own bytes.
     void skip_name() {
         DatagramReader name = *this;
         std::optional<std::size_t> end;

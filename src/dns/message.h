@@ -28,7 +28,7 @@ struct DnsAnswer {
         {};                  ///< Address texts, in the order of the answer section.
     bool ok = false;         ///< A valid response; it may hold no address.
     bool timed_out = false;  ///< No response came in time.
-    int error = 0;           ///< An errno value (positive), 0 when there is none.
+    int error = 0;           ///< An error number of errno(3), positive; 0 when there is none.
 };
 
 /// Reads the addresses of a response: every A and AAAA record of class IN, whatever the question

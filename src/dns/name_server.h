@@ -9,8 +9,8 @@ inline constexpr std::string_view kDefaultNameServer = "127.0.0.53";
 
 /// The address text of the first usable name server in the bytes of a resolver file
 /// (resolv.conf(5)), or kDefaultNameServer.  A line counts only if it is exactly "nameserver ", in
-/// lower case and without blanks before it, and an IPv4 literal.  A carriage return at its end is
-/// dropped.
+/// lower case and without whitespace before it, and an IPv4 literal.  A carriage return at its end
+/// is dropped.
 [[nodiscard]] std::string_view choose_name_server(std::string_view resolver_file);
 
 }  // namespace quorvane

@@ -19,44 +19,36 @@ namespace {
 constexpr std::int32_t kDnsPort = 53;
 constexpr std::size_t kMaxDatagramBytes = 4096;
 
-/// One query.
+// One query.
 struct DnsQuestion {
     std::string_view host;
     std::uint16_t type = kDnsTypeA;
     std::uint16_t identifier = 0;
     std::int64_t timeout_ms = kDefaultDnsTimeoutMs;
-    std::string_view name_server;  ///< An IPv4 literal.
+    std::string_view name_server;  // An IPv4 literal.
 };
 
-/// `error` is negated, as the kernel gives it.
+// `error` is negated, as the kernel gives it.
 DnsAnswer query_failed(long error) { return {.error = static_cast<int>(-error)}; }
 
-std::optional<std::uint16_t> random_identifier() {
-    const std::optional<std::string> bytes = secure_random_bytes(2);
-    if (!bytes) return std::nullopt;
-    const auto high = static_cast<std::uint8_t>((*bytes)[0]);
-    const auto low = static_cast<std::uint8_t>((*bytes)[1]);
-    return static_cast<std::uint16_t>(high << 8 | low);
-}
-
-/// RFC 1122 3.2.1.3: 127.0.0.0/8 never leaves this machine.
+// RFC 1122 3.2.1.3: 127.0.0.0/8 never leaves this machine.
 bool is_loopback(const sockaddr_in& endpoint) {
     return ntohl(endpoint.sin_addr.s_addr) >> 24 == 127;
 }
 
-/// A server that listens on every address of this machine answers from 127.0.0.1, whichever
-/// loopback address it was asked at, so all of them are one server.
+// A server that listens on every address of this machine answers from 127.0.0.1, whichever
+// loopback address it was asked at, so all of them are one server.
 bool is_from(const sockaddr_in& sender, const sockaddr_in& server) {
     if (sender.sin_family != server.sin_family || sender.sin_port != server.sin_port) return false;
     return sender.sin_addr.s_addr == server.sin_addr.s_addr ||
            (is_loopback(sender) && is_loopback(server));
 }
 
-DnsAnswer receive_answer(int fd, const SocketAddress& server, const DnsQuestion& question) {
+DnsAnswer receive_response(int fd, const SocketAddress& server, const DnsQuestion& question) {
     const std::int64_t deadline = monotonic_ms() + question.timeout_ms;
     for (;;) {
-        const std::int64_t left = deadline - monotonic_ms();
-        const long ready = left < 0 ? 0 : wait_ready(fd, POLLIN, left);
+        const std::int64_t left_ms = deadline - monotonic_ms();
+        const long ready = left_ms < 0 ? 0 : wait_ready(fd, POLLIN, left_ms);
         if (ready < 0) return query_failed(ready);
         if (ready == 0) return {.timed_out = true};
 
@@ -73,26 +65,29 @@ DnsAnswer receive_answer(int fd, const SocketAddress& server, const DnsQuestion&
     }
 }
 
-/// The kernel delivers what is sent to 0.0.0.0 to this machine, and the answer comes from
-/// 127.0.0.1.
+// The kernel delivers what is sent to 0.0.0.0 to this machine, and the answer comes from
+// 127.0.0.1.
 std::optional<Ipv4Address> server_address(std::string_view text) {
     const std::optional<Ipv4Address> address = parse_ipv4(text);
-    if (address && address->bytes == Ipv4Address().bytes) return parse_ipv4("127.0.0.1");
+    if (address && address->bytes == Ipv4Address().bytes) return parse_ipv4(kLoopbackIpv4);
     return address;
 }
 
 DnsAnswer ask_name_server(DnsQuestion question) {
     const std::optional<Ipv4Address> address = server_address(question.name_server);
-    if (!address || question.timeout_ms < 0 || question.timeout_ms > kMaxReadyWaitMs ||
-        !encode_dns_name(question.host)) {
+    if (!address) return query_failed(-EINVAL);
+    if (question.timeout_ms < 0 || question.timeout_ms > kMaxReadyWaitMs) {
         return query_failed(-EINVAL);
     }
-    const std::optional<std::uint16_t> identifier = random_identifier();
-    if (!identifier) return query_failed(-EIO);
-    question.identifier = *identifier;
-    const std::optional<std::string> query =
-        build_dns_query(question.host, question.identifier, question.type);
+    // Built first, because for a bad name nothing is drawn or sent.
+    std::optional<std::string> query = build_dns_query(question.host, 0, question.type);
     if (!query) return query_failed(-EINVAL);
+    const std::optional<std::string> identifier = secure_random_bytes(2);
+    if (!identifier) return query_failed(-EIO);
+    query->replace(0, 2, *identifier);
+    question.identifier =
+        static_cast<std::uint16_t>(static_cast<std::uint8_t>((*identifier)[0]) << 8 |
+                                   static_cast<std::uint8_t>((*identifier)[1]));
 
     const long opened = kernel::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (opened < 0) return query_failed(opened);
@@ -109,7 +104,7 @@ DnsAnswer ask_name_server(DnsQuestion question) {
                                 server.size);
     }
     if (status < 0) return query_failed(status);
-    return receive_answer(fd.get(), server, question);
+    return receive_response(fd.get(), server, question);
 }
 
 }  // namespace

@@ -22,7 +22,7 @@ void append_headers(std::string& head, const std::vector<HttpHeader>& headers) {
     for (const HttpHeader& header : headers) append_line(head, header.name, header.value);
 }
 
-/// The two headers that requests and responses share.
+// The two headers that requests and responses share.
 void append_closing_headers(std::string& head, const std::vector<HttpHeader>& headers,
                             std::size_t body_size) {
     if (!has_header(headers, "Content-Length")) {

@@ -10,7 +10,7 @@
 namespace quorvane {
 namespace {
 
-/// Takes the first line off `rest`; nothing while its end has not arrived.
+// Takes the first line off `rest`; nothing while its end has not arrived.
 std::optional<std::string_view> take_line(std::string_view& rest) {
     constexpr std::string_view kLineEnd = "\r\n";
     const std::size_t end = rest.find(kLineEnd);
@@ -20,12 +20,12 @@ std::optional<std::string_view> take_line(std::string_view& rest) {
     return line;
 }
 
-/// A message as far as it has arrived, without a header line whose end is missing.
+// A message as far as it has arrived, without a header line whose end is missing.
 struct MessageHead {
     std::string_view first_line;
     std::vector<HttpHeader> headers;
-    bool complete = false;  ///< The empty line that ends a head was there.
-    std::string_view body;  ///< What follows a complete head.
+    bool complete = false;  // The empty line that ends a head was there.
+    std::string_view body;  // What follows a complete head.
 };
 
 MessageHead collect_headers(std::string_view message) {
@@ -46,22 +46,28 @@ MessageHead collect_headers(std::string_view message) {
     return head;
 }
 
-/// The status between the first two blanks of the line, 100 to 999; 0 when there is none.
-std::int64_t read_status(std::string_view line) {
+// The status between the first two spaces of the line, if it is 100 to 999.
+std::optional<std::int64_t> read_status(std::string_view line) {
     const TextSplit protocol = split_once(line, ' ');
     const TextSplit code = split_once(protocol.after, ' ');
-    if (protocol.before.empty() || !code.found) return 0;
+    if (protocol.before.empty() || !code.found) return std::nullopt;
     const std::int64_t status = parse_decimal(code.before, 999);
-    return status < 100 ? 0 : status;
+    if (status < 100) return std::nullopt;
+    return status;
 }
 
-/// RFC 9112 6.3: chunks win over a length, and the first header of either name counts.
+// RFC 9112 6.3: chunks win over a length, and the first header of either name counts.
 BodyFraming judge_framing(const std::vector<HttpHeader>& headers, std::int64_t max_body_bytes) {
-    if (header_has_token(find_header(headers, "Transfer-Encoding"), "chunked")) return {true, -1};
-    return {false, parse_decimal(find_header(headers, "Content-Length"), max_body_bytes)};
+    if (header_has_token(find_header(headers, "Transfer-Encoding"), "chunked")) {
+        return {.chunked = true, .length = std::nullopt};
+    }
+    const std::int64_t length =
+        parse_decimal(find_header(headers, "Content-Length"), max_body_bytes);
+    if (length < 0) return {};
+    return {.length = length};
 }
 
-std::string_view trim_blanks(std::string_view text) {
+std::string_view trim_spaces_and_tabs(std::string_view text) {
     const std::size_t begin = text.find_first_not_of(" \t");
     if (begin == std::string_view::npos) return {};
     return text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
@@ -72,9 +78,10 @@ std::string_view trim_blanks(std::string_view text) {
 ResponseParse parse_response(ByteBuffer received, std::int64_t max_body_bytes) {
     ResponseParse parse;
     MessageHead head = collect_headers(received.view());
-    parse.response.status = read_status(head.first_line);
-    parse.ok = parse.response.status != 0;
-    if (!parse.ok) return parse;
+    const std::optional<std::int64_t> status = read_status(head.first_line);
+    if (!status) return parse;
+    parse.ok = true;
+    parse.response.status = *status;
     parse.response.headers = std::move(head.headers);
     if (!head.complete) return parse;
 
@@ -84,8 +91,8 @@ ResponseParse parse_response(ByteBuffer received, std::int64_t max_body_bytes) {
         ChunkedDecode decode = decode_chunked(std::move(received), max_body_bytes);
         parse.complete = decode.complete;
         received = std::move(decode.body);
-    } else if (framing.length >= 0) {
-        const auto length = static_cast<std::size_t>(framing.length);
+    } else if (framing.length) {
+        const auto length = static_cast<std::size_t>(*framing.length);
         parse.complete = received.size() >= length;
         received.truncate(length);
     }
@@ -94,34 +101,34 @@ ResponseParse parse_response(ByteBuffer received, std::int64_t max_body_bytes) {
 }
 
 void ResponseFraming::advance(std::string_view received) {
-    if (head_bytes_ == 0) {
+    if (!head_bytes_) {
         head_bytes_ = head_size(received, searched_);
         searched_ = received.size();
-        if (head_bytes_ == 0) return;
+        if (!head_bytes_) return;
         const MessageHead head = collect_headers(received);
-        const bool usable = read_status(head.first_line) != 0;
-        if (usable) framing_ = judge_framing(head.headers, max_body_bytes_);
+        if (read_status(head.first_line)) framing_ = judge_framing(head.headers, max_body_bytes_);
     }
-    const std::string_view body = received.substr(head_bytes_);
+    const std::string_view body = received.substr(*head_bytes_);
     if (framing_.chunked) {
         ChunkStep step = ChunkStep::kChunk;
         while (step == ChunkStep::kChunk) step = chunks_.next(body);
         complete_ = step == ChunkStep::kEnd;
         body_bytes_ = chunks_.decoded_bytes();
-    } else if (framing_.length >= 0) {
-        body_bytes_ = framing_.length;
+    } else if (framing_.length) {
+        body_bytes_ = *framing_.length;
         missing_bytes_ =
             static_cast<std::size_t>(std::max<std::int64_t>(body_bytes_ - std::ssize(body), 0));
         complete_ = missing_bytes_ == 0;
     }
 }
 
-std::size_t head_size(std::string_view received, std::size_t searched) {
+std::optional<std::size_t> head_size(std::string_view received, std::size_t searched) {
     constexpr std::string_view kHeadEnd = "\r\n\r\n";
     // The end may have begun in the last three bytes that were searched.
     const std::size_t from = searched - std::min(searched, kHeadEnd.size() - 1);
     const std::size_t at = received.find(kHeadEnd, from);
-    return at == std::string_view::npos ? 0 : at + kHeadEnd.size();
+    if (at == std::string_view::npos) return std::nullopt;
+    return at + kHeadEnd.size();
 }
 
 HttpRequest parse_request(std::string_view received) {
@@ -146,7 +153,7 @@ std::string_view find_header(const std::vector<HttpHeader>& headers, std::string
 
 bool header_has_token(std::string_view value, std::string_view token) {
     for (const std::string_view part : split(value, ',')) {
-        const std::string_view element = trim_blanks(split_once(part, ';').before);
+        const std::string_view element = trim_spaces_and_tabs(split_once(part, ';').before);
         if (equal_ignoring_case(element, token)) return true;
     }
     return false;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -10,7 +11,7 @@
 
 /// Received bytes as HTTP/1.1 messages (RFC 9112); no I/O.
 ///
-/// A line ends in CR LF and an empty line ends the head.  A header's value begins after the blanks
+/// A line ends in CR LF and an empty line ends the head.  A header's value begins after the spaces
 /// that follow its ":" and keeps everything else; a line without ":" is skipped.
 namespace quorvane {
 
@@ -34,7 +35,7 @@ struct ResponseParse {
 /// How the headers of a response frame its body.
 struct BodyFraming {
     bool chunked = false;
-    std::int64_t length = -1;  ///< As announced; -1 when chunked, unannounced or unusable.
+    std::optional<std::int64_t> length;  ///< As announced; none if chunked, missing or unusable.
 };
 
 /// Tells, while a response arrives, whether it is complete, that is, whether `parse_response` with
@@ -47,7 +48,7 @@ class ResponseFraming {
     /// `received` is all that has arrived: the bytes of the last call and those after them.
     void advance(std::string_view received);
 
-    [[nodiscard]] bool head_complete() const { return head_bytes_ != 0; }
+    [[nodiscard]] bool head_complete() const { return head_bytes_.has_value(); }
     [[nodiscard]] bool complete() const { return complete_; }
 
     /// The size of a complete message's body, decoded.
@@ -60,18 +61,19 @@ class ResponseFraming {
     std::int64_t max_body_bytes_;
     std::int64_t body_bytes_ = 0;
     std::size_t missing_bytes_ = 0;
-    std::size_t searched_ = 0;    // Where the last search for the head's end stopped.
-    std::size_t head_bytes_ = 0;  // 0 until the head is complete.
+    std::size_t searched_ = 0;  // Where the last search for the head's end stopped.
+    std::optional<std::size_t> head_bytes_;
     BodyFraming framing_;
     ChunkScanner chunks_;
     bool complete_ = false;
 };
 
-/// The size of the head with the empty line that ends it, or 0 while that has not arrived.  No head
-/// ends within the first `searched` bytes.
-[[nodiscard]] std::size_t head_size(std::string_view received, std::size_t searched = 0);
+/// The size of the head with the empty line that ends it, once that has arrived.  No head ends
+/// within the first `searched` bytes.
+[[nodiscard]] std::optional<std::size_t> head_size(std::string_view received,
+                                                   std::size_t searched = 0);
 
-/// Reads a request: the request line is split at its first two blanks, the target at its first
+/// Reads a request: the request line is split at its first two spaces, the target at its first
 /// "?"; nothing is decoded.  Missing parts are empty.  A request line may lack its end, a header
 /// line without one does not count.  The body is all that follows the head.
 [[nodiscard]] HttpRequest parse_request(std::string_view received);
@@ -81,7 +83,7 @@ class ResponseFraming {
                                            std::string_view name);
 
 /// True when an element of the comma-separated `value` equals `token` without regard to ASCII case.
-/// An element's parameters (from the first ";" on) and the blanks and tabs around it do not count.
+/// An element's parameters (from the first ";" on) and the spaces and tabs around it do not count.
 [[nodiscard]] bool header_has_token(std::string_view value, std::string_view token);
 
 }  // namespace quorvane

@@ -92,8 +92,8 @@ bool settings_in_range(const TlsSettings& settings) {
 
 ConnectResult connect_tcp(const TlsSettings& settings) {
     const std::int64_t timeout_ms = std::min(settings.timeout_ms, kMaxSocketWaitMs);
-    ConnectResult tcp = settings.host == "localhost"
-                            ? connect_ipv6("::1", settings.port, timeout_ms)
+    ConnectResult tcp = settings.host == kLocalhost
+                            ? connect_ipv6(kLoopbackIpv6, settings.port, timeout_ms)
                             : connect_host(settings.host, settings.port, timeout_ms);
     // OpenSSL waits inside the socket calls, so the socket itself has to limit them.
     if (!tcp.ok || set_socket_timeouts(tcp.fd.get(), settings.timeout_ms)) return tcp;

@@ -10,13 +10,20 @@
 namespace quorvane {
 namespace {
 
-/// Reads the response to a request that was sent.  `read(into, most)` is called while less than
-/// `max_bytes` have arrived; it appends at most `most` bytes to `into` and returns a ReceiveResult.
-/// A complete response ends the reading if its body has at most `stop_body_bytes`; with -1 only the
-/// peer does.
+// What ends the reading of a response beside the peer's close, an error and the maximum.
+enum class EndOfReading {
+    // Nothing.  Every request asks the peer to close, and only then is a body of no announced
+    // length complete.
+    kClose,
+    // A complete response of up to kDefaultMaxBodyBytes, because a front that ends TLS may keep the
+    // connection open in spite of the request.  A longer one is read until the close.
+    kCompleteResponse,
+};
+
+// Reads the response to a request that was sent.  `read(into, most)` is called while less than
+// `max_bytes` have arrived; it appends at most `most` bytes to `into` and returns a ReceiveResult.
 template <typename Read>
-TransportResult receive_response(std::int64_t max_bytes, std::int64_t stop_body_bytes,
-                                 const Read& read) {
+TransportResult receive_response(std::int64_t max_bytes, EndOfReading end, const Read& read) {
     constexpr std::int64_t kMaxReadBytes = 65'536;
     constexpr std::size_t kSmallResponseBytes = 16'384;
     TransportResult result;
@@ -38,7 +45,8 @@ TransportResult receive_response(std::int64_t max_bytes, std::int64_t stop_body_
         if (const std::size_t missing = framing.missing_bytes()) {
             static_cast<void>(result.bytes.spare(missing + std::size_t{kMaxReadBytes}));
         }
-        if (framing.complete() && framing.body_bytes() <= stop_body_bytes) return result;
+        const bool may_end = end == EndOfReading::kCompleteResponse && framing.complete();
+        if (may_end && framing.body_bytes() <= kDefaultMaxBodyBytes) return result;
     }
 }
 
@@ -49,7 +57,7 @@ TransportResult PlainTransport::round_trip(const HttpTarget& target, std::string
     if (!connection.ok) return {};
     const int fd = connection.fd.get();
     if (send_all(fd, request, target.timeout_ms) < 0) return {};
-    return receive_response(target.max_response_bytes, -1,
+    return receive_response(target.max_response_bytes, EndOfReading::kClose,
                             [fd, &target](ByteBuffer& into, std::int64_t most) {
                                 return receive_some(fd, into, most, target.timeout_ms);
                             });
@@ -63,7 +71,7 @@ TransportResult TlsTransport::round_trip(const HttpTarget& target, std::string_v
     TransportResult result;
     if (!connection) return result;
     if (tls_write(*connection, request)) {
-        result = receive_response(target.max_response_bytes, kDefaultMaxBodyBytes,
+        result = receive_response(target.max_response_bytes, EndOfReading::kCompleteResponse,
                                   [&connection](ByteBuffer& into, std::int64_t most) {
                                       return tls_read(*connection, into, most);
                                   });

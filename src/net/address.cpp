@@ -9,7 +9,7 @@
 namespace quorvane {
 namespace {
 
-/// The bytes of groups separated by ":", at most eight groups; the empty text is the empty list.
+// The bytes of groups separated by ":", at most eight groups; the empty text is the empty list.
 std::optional<std::string> parse_groups(std::string_view text) {
     std::string bytes;
     if (text.empty()) return bytes;

@@ -28,7 +28,7 @@ long set_flag(int fd, int level, int name) {
     return kernel::setsockopt(fd, level, name, &on, sizeof on);
 }
 
-/// "Writable" also means "refused": SO_ERROR tells which (connect(2), EINPROGRESS).
+// "Writable" also means "refused": SO_ERROR tells which (connect(2), EINPROGRESS).
 long wait_for_connect(int fd, std::int64_t timeout_ms) {
     const long ready = wait_ready(fd, POLLOUT, timeout_ms);
     if (ready <= 0) return ready == 0 ? -ETIMEDOUT : ready;
@@ -38,7 +38,7 @@ long wait_for_connect(int fd, std::int64_t timeout_ms) {
     return status < 0 ? status : -static_cast<long>(pending);
 }
 
-/// `address` is empty when its text was no literal.
+// `address` is empty when its text was no literal.
 template <typename Address>
 ConnectResult connect_address(const std::optional<Address>& address, std::int32_t port,
                               std::int64_t timeout_ms) {
@@ -74,8 +74,8 @@ ConnectResult connect_ipv6(std::string_view address, std::int32_t port, std::int
     return connect_address(parse_ipv6(address), port, timeout_ms);
 }
 
-ListenResult open_listener(std::string_view address, std::int32_t port, std::int32_t backlog,
-                           bool reuse_port) {
+ConnectResult open_listener(std::string_view address, std::int32_t port, std::int32_t backlog,
+                            bool reuse_port) {
     const std::optional<Ipv4Address> parsed = parse_ipv4(address);
     if (!parsed || !in_range(port, 0, kMaxPort)) return socket_failed(-EINVAL);
     if (!in_range(backlog, 1, 4096)) return socket_failed(-EINVAL);
@@ -99,11 +99,12 @@ std::optional<std::int32_t> listener_port(int fd) {
     return ntohs(local.ipv4.sin_port);
 }
 
-FdHandle accept_connection(int fd) {
+std::optional<FdHandle> accept_connection(int fd) {
     long accepted = 0;
     do accepted = kernel::accept4(fd, SOCK_CLOEXEC);
     while (accepted == -EINTR);
-    return accepted < 0 ? FdHandle() : FdHandle(accepted);
+    if (accepted < 0) return std::nullopt;
+    return FdHandle(accepted);
 }
 
 bool set_non_blocking(int fd) {

@@ -44,21 +44,19 @@ struct ConnectResult {
 [[nodiscard]] ConnectResult connect_ipv6(std::string_view address, std::int32_t port,
                                          std::int64_t timeout_ms);
 
-/// A listening socket in blocking mode, or the error.
-using ListenResult = ConnectResult;
-
-/// Listens on a dotted-decimal address.  `port` is 0 (the kernel picks one) to kMaxPort, `backlog`
-/// 1 to 4096.  The address of a closed listener can be used again at once (SO_REUSEADDR); with
-/// `reuse_port` several listeners can share one.
-[[nodiscard]] ListenResult open_listener(std::string_view address, std::int32_t port,
-                                         std::int32_t backlog = 128, bool reuse_port = false);
+/// Listens on a dotted-decimal address; the result's socket is a listening one in blocking mode.
+/// `port` is 0 (the kernel picks one) to kMaxPort, `backlog` 1 to 4096.  The address of a closed
+/// listener can be used again at once (SO_REUSEADDR); with `reuse_port` several listeners can share
+/// one.
+[[nodiscard]] ConnectResult open_listener(std::string_view address, std::int32_t port,
+                                          std::int32_t backlog = 128, bool reuse_port = false);
 
 /// The port that an IPv4 socket is bound to, or nothing when the kernel does not tell.
 [[nodiscard]] std::optional<std::int32_t> listener_port(int fd);
 
-/// Takes one waiting connection; it is in blocking mode whichever mode the listener is in.  The
-/// handle is empty when there was none to take.
-[[nodiscard]] FdHandle accept_connection(int fd);
+/// Takes one waiting connection, if there is one; it is in blocking mode whichever mode the
+/// listener is in.
+[[nodiscard]] std::optional<FdHandle> accept_connection(int fd);
 
 /// Adds O_NONBLOCK to the descriptor's flags.
 [[nodiscard]] bool set_non_blocking(int fd);

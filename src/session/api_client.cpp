@@ -7,6 +7,7 @@
 #include "http/tls.h"
 #include "json/parser.h"
 #include "json/writer.h"
+#include "net/address.h"
 #include "session/trust_store.h"
 #include "support/output.h"
 #include "support/text.h"
@@ -38,8 +39,7 @@ ExchangeResult exchange_with(const ServiceOrigin& origin, const HttpRequest& req
         TlsTransport transport(origin.port, find_trust_store());
         return exchange(target, request, transport);
     }
-    // The host of a plain origin is one of the two names of this machine; neither is looked up.
-    target.host = "127.0.0.1";
+    target.host = kLoopbackIpv4;  // A plain origin is always on this machine.
     PlainTransport transport(origin.port);
     return exchange(target, request, transport);
 }

@@ -16,7 +16,7 @@ std::string_view query_parameter(std::string_view query, std::string_view name) 
 
 std::optional<std::string> judge_callback(std::string_view bytes, std::string_view state,
                                           std::string_view request_identifier) {
-    if (head_size(bytes) == 0) return std::nullopt;
+    if (!head_size(bytes)) return std::nullopt;
     const HttpRequest request = parse_request(bytes);
     if (request.method != "GET" || request.path != "/callback") return std::nullopt;
     const std::string_view given_state = query_parameter(request.query, "state");

@@ -9,6 +9,7 @@
 #include "http/message.h"
 #include "http/reader.h"
 #include "json/value.h"
+#include "net/address.h"
 #include "net/socket.h"
 #include "session/api_client.h"
 #include "session/browser.h"
@@ -33,14 +34,14 @@ struct LoginListener {
     std::int32_t port = 0;
 };
 
-/// The browser's connection, which stays open until the response to it is known.
+// The browser's connection, which stays open until the response to it is known.
 struct Callback {
     FdHandle connection;
     std::string code;
 };
 
 std::optional<LoginListener> open_login_listener() {
-    ListenResult opened = open_listener("127.0.0.1", 0);
+    ConnectResult opened = open_listener(kLoopbackIpv4, 0);
     if (!opened.ok || !set_non_blocking(opened.fd.get())) return std::nullopt;
     const std::optional<std::int32_t> port = listener_port(opened.fd.get());
     if (!port) return std::nullopt;
@@ -79,12 +80,12 @@ ByteBuffer read_request_head(int fd) {
         const std::size_t seen = head.size();
         const auto allowed = static_cast<std::int64_t>(kMaxHeadBytes - seen);
         if (receive_some(fd, head, allowed, kWaitTimeoutMs).count <= 0) break;
-        if (head_size(head.view(), seen) != 0) break;
+        if (head_size(head.view(), seen)) break;
     }
     return head;
 }
 
-void answer_browser(FdHandle connection, const HttpResponse& response) {
+void respond(FdHandle connection, const HttpResponse& response) {
     const ByteBuffer bytes = serialize_response(response);
     static_cast<void>(send_all(connection.get(), bytes.view()));
     finish_connection(std::move(connection));
@@ -108,17 +109,17 @@ std::optional<Callback> wait_for_callback(int listener, std::string_view state,
             --waits_left;
             continue;
         }
-        FdHandle connection = accept_connection(listener);
-        if (!connection.valid()) {
+        std::optional<FdHandle> connection = accept_connection(listener);
+        if (!connection) {
             // Without a free descriptor, for instance, the connection stays ready: asking again at
             // once would use the processor for nothing.
             pause_ms(kRetryPauseMs);
             continue;
         }
-        const ByteBuffer head = read_request_head(connection.get());
+        const ByteBuffer head = read_request_head(connection->get());
         std::optional<std::string> code = judge_callback(head.view(), state, request_identifier);
-        if (code) return Callback{std::move(connection), std::move(*code)};
-        answer_browser(std::move(connection), make_text_response("Unknown login callback", 400));
+        if (code) return Callback{std::move(*connection), std::move(*code)};
+        respond(std::move(*connection), make_text_response("Unknown login callback", 400));
     }
     return std::nullopt;
 }
@@ -145,16 +146,16 @@ int run_login(const ServiceOrigin& origin, const LoginOptions& options) {
     const std::optional<JsonValue> credentials =
         exchange_code(origin, request_identifier, callback->code, verifier);
     if (!credentials) {
-        answer_browser(std::move(callback->connection),
-                       make_text_response("Authorization failed. Return to your terminal.", 400));
+        respond(std::move(callback->connection),
+                make_text_response("Authorization failed. Return to your terminal.", 400));
         return 1;
     }
     if (!save_credentials(origin, *credentials)) {
-        answer_browser(std::move(callback->connection),
-                       make_text_response("Unable to save credentials.", 500));
+        respond(std::move(callback->connection),
+                make_text_response("Unable to save credentials.", 500));
         return fail("Unable to save credentials");
     }
-    answer_browser(std::move(callback->connection), connected_response());
+    respond(std::move(callback->connection), connected_response());
     std::string greeting = "Signed in as ";
     greeting.append(json_get_string(*credentials, "email"));
     print_line(Stream::kOutput, greeting);

@@ -8,19 +8,24 @@
 namespace quorvane {
 namespace {
 
-bool is_authority_byte(char byte) {
+constexpr bool is_authority_byte(char byte) {
     const char lower = ascii_lower(byte);
     return (lower >= 'a' && lower <= 'z') || is_digit(byte) || byte == '-' || byte == '.' ||
            byte == ':';
 }
 
-}  // namespace
+// A ServiceOrigin that refers to its text, so that the compiler can judge the default one.
+struct OriginView {
+    std::string_view host;
+    std::int32_t port = -1;
+    bool tls = false;
+    bool valid = false;
+};
 
-ServiceOrigin parse_service_origin(std::string_view text) {
+constexpr OriginView judge_origin(std::string_view text) {
     constexpr std::string_view kSecure = "https://";
     constexpr std::string_view kPlain = "http://";
-    ServiceOrigin origin;
-    origin.text = text;
+    OriginView origin;
     std::string_view rest;
     if (text.starts_with(kSecure)) {
         origin.tls = true;
@@ -38,10 +43,22 @@ ServiceOrigin parse_service_origin(std::string_view text) {
         origin.port = static_cast<std::int32_t>(parse_decimal(rest.substr(colon + 1), kMaxPort));
     }
 
-    const bool local = origin.host == "localhost" || origin.host == "127.0.0.1";
+    const bool local = origin.host == kLocalhost || origin.host == kLoopbackIpv4;
     origin.valid = std::ranges::all_of(rest, is_authority_byte) && origin.port >= 1 &&
                    !origin.host.empty() && (origin.tls || local);
     return origin;
+}
+
+static_assert(judge_origin(QUORVANE_DEFAULT_ORIGIN).valid,
+              "QUORVANE_DEFAULT_ORIGIN must be an HTTPS origin such as https://host or "
+              "https://host:8443, without a path or a slash at its end, or http://127.0.0.1:PORT "
+              "for local development.");
+
+}  // namespace
+
+ServiceOrigin parse_service_origin(std::string_view text) {
+    const OriginView origin = judge_origin(text);
+    return {std::string(text), std::string(origin.host), origin.port, origin.tls, origin.valid};
 }
 
 }  // namespace quorvane

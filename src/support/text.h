@@ -4,9 +4,9 @@
 #include <concepts>
 #include <cstdint>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <utility>
 
 /// Small text tools for ASCII protocols; they do not depend on a locale.
@@ -62,21 +62,33 @@ struct TextPieces {
     return {split_once(text, separator), separator};
 }
 
-/// The value of `text` in `base`, or -1 when it is empty, holds any byte but digits of the base (a
-/// sign or a blank, say) or is above `maximum`.  Hexadecimal digits may be of either case.
-[[nodiscard]] inline std::int64_t parse_digits(std::string_view text, int base,
-                                               std::int64_t maximum) {
-    std::uint64_t value = 0;
-    const char* const end = text.data() + text.size();
-    // An unsigned target takes no sign.
-    const auto [stop, error] = std::from_chars(text.data(), end, value, base);
-    if (error != std::errc() || stop != end || std::cmp_greater(value, maximum)) return -1;
-    return static_cast<std::int64_t>(value);
+/// The value of a hexadecimal digit of either case.
+[[nodiscard]] constexpr std::optional<std::int32_t> hex_digit(char byte) {
+    if (is_digit(byte)) return byte - '0';
+    const char lower = ascii_lower(byte);
+    if (lower < 'a' || lower > 'f') return std::nullopt;
+    return lower - 'a' + 10;
 }
-[[nodiscard]] inline std::int64_t parse_decimal(std::string_view text, std::int64_t maximum) {
+
+/// The value of `text` in `base` (10 or 16), or -1 as the failure: it is empty, holds any byte but
+/// digits of the base (a sign or a space, say) or is above `maximum`.
+[[nodiscard]] constexpr std::int64_t parse_digits(std::string_view text, std::int32_t base,
+                                                  std::int64_t maximum) {
+    if (text.empty()) return -1;
+    std::int64_t value = 0;
+    for (const char byte : text) {
+        const std::optional<std::int32_t> digit = hex_digit(byte);
+        if (!digit || *digit >= base || *digit > maximum) return -1;
+        // Tested before the digit is added, so that nothing overflows.
+        if (value > (maximum - *digit) / base) return -1;
+        value = value * base + *digit;
+    }
+    return value;
+}
+[[nodiscard]] constexpr std::int64_t parse_decimal(std::string_view text, std::int64_t maximum) {
     return parse_digits(text, 10, maximum);
 }
-[[nodiscard]] inline std::int64_t parse_hex(std::string_view text, std::int64_t maximum) {
+[[nodiscard]] constexpr std::int64_t parse_hex(std::string_view text, std::int64_t maximum) {
     return parse_digits(text, 16, maximum);
 }
 
