@@ -34,11 +34,12 @@ class HttpTransport {
     /// Connects, sends `request` and reads the response, within the target's limits.  The
     /// connection is closed in every case.
     ///
-    /// The end of the stream and the maximum only end the reading; the reader then judges what
-    /// arrived.  A receive error after the complete head is such an end, too: a service that
-    /// refuses a request and closes over its unread bytes makes the kernel send a reset, and its
-    /// response still counts.  An error before that clears `ok`, and so does a wait that runs out,
-    /// unless the response is complete by its own framing (with a body of up to
+    /// A request that cannot be sent in full clears `ok`, and nothing is read.  The end of the
+    /// stream and the maximum only end the reading; the reader then judges what arrived.  A receive
+    /// error after the complete head is such an end, too: a service that refuses a request and
+    /// closes over its unread bytes makes the kernel send a reset, and its response counts unless
+    /// the reset came while sending.  An error before that clears `ok`, and so does a wait that
+    /// runs out, unless the response is complete by its own framing (with a body of up to
     /// `max_response_bytes`).
     [[nodiscard]] virtual TransportResult round_trip(const HttpTarget& target,
                                                      std::string_view request) = 0;

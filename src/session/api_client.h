@@ -18,8 +18,8 @@ namespace quorvane {
 ///
 /// On failure one line with the reason has been printed on standard error:
 ///   - "Cannot reach ORIGIN (HTTP 0, complete=false; detail)": no connection, a request that could
-///     not be sent, a connection lost before the response's head was complete, or a wait that ran
-///     out before the response was;
+///     not be sent in full, a reset before the response's head was complete, or a wait that ran out
+///     before the response was;
 ///   - the text of the response's "error" member, empty when that is not a string;
 ///   - "Request failed: HTTP n": any other response that is not an object with a status below 400;
 ///     n is 0 when the response was empty or had no usable status line.
