@@ -3,6 +3,7 @@
 import hashlib
 import json
 import os
+import signal
 import stat
 import subprocess
 import tempfile
@@ -19,9 +20,9 @@ File = tuple[str, bytes]
 
 
 class Result(NamedTuple):
-    """How a run ended; a negative status is the signal that ended it."""
+    """How a run ended; a negative status is the signal that ended it, None: not in time."""
 
-    status: int
+    status: int | None
     out: bytes
     err: bytes
 
@@ -35,12 +36,13 @@ def bad(message: str) -> Result:
     return Result(1, b"", message.encode() + b"\n")
 
 
-def finish(process: subprocess.Popen[bytes]) -> Result:
+def finish(process: subprocess.Popen[bytes], limit_s: float = TIME_LIMIT_S) -> Result:
     """Waits for the end of a started program."""
     try:
-        out, err = process.communicate(timeout=TIME_LIMIT_S)
+        out, err = process.communicate(timeout=limit_s)
     finally:
-        process.kill()
+        if process.returncode is None:
+            os.killpg(process.pid, signal.SIGKILL)
     return Result(process.returncode, out or b"", err or b"")
 
 
@@ -100,7 +102,8 @@ class Home:
               **options: Any) -> subprocess.Popen[bytes]:
         """Starts the program on the origin, after `wrapper`; `options` are those of Popen."""
         streams = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE,
-                   "stderr": subprocess.PIPE, "cwd": self.work, "env": self.environment}
+                   "stderr": subprocess.PIPE, "cwd": self.work, "env": self.environment,
+                   "start_new_session": True}
         origin = ("--base-url", self.origin) if self.origin else ()
         return subprocess.Popen([*wrapper, self.program, *origin, *words], **(streams | options))
 
