@@ -68,22 +68,6 @@ install(FILES ${made}/_quorvane DESTINATION ${QUORVANE_ZSH_DIR})
 install(DIRECTORY docs/guides DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md")
 install(FILES packaging/copyright CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
-include(packaging/libraries.cmake)
-
-# The licences of the libraries that are linked into the program.
-if(QUORVANE_STATIC)
-    foreach(library ${QUORVANE_LIBRARIES})
-        quorvane_owner(lib${library}.a package)
-        string(REGEX REPLACE ":.*" "" package "${package}")
-        install(FILES /usr/share/doc/${package}/copyright RENAME ${package}.txt
-            DESTINATION ${CMAKE_INSTALL_DOCDIR}/licenses)
-    endforeach()
-    foreach(license Apache-2.0 GPL-3 LGPL-2.1)
-        install(FILES /usr/share/common-licenses/${license} RENAME ${license}.txt
-            DESTINATION ${CMAKE_INSTALL_DOCDIR}/licenses)
-    endforeach()
-endif()
-
 if(QUORVANE_DEBIAN_LAYOUT)
     string(TIMESTAMP QUORVANE_DEBIAN_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC)
     configure_file(packaging/debian-changelog.in install/changelog @ONLY)
@@ -98,5 +82,21 @@ install(CODE "
             \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/quorvane\")
     endif()")
 
-# Last, because it lists the files above as they were installed.
-include(packaging/spdx.cmake)
+# The list of parts comes last, because it has the digests of the files as they were installed.
+set(linking $<IF:$<BOOL:${QUORVANE_LINK_OPENSSL}>,linked,loaded>)
+set(libraries stdc++ c ssl)
+if(QUORVANE_STATIC)
+    set(linking static)
+    # libcrypto.a names what it was built to need itself.
+    list(APPEND libraries ${QUORVANE_OPENSSL_STATIC_LIBRARIES})
+    list(REMOVE_ITEM libraries crypto dl pthread)
+    list(REMOVE_DUPLICATES libraries)
+endif()
+list(JOIN libraries , libraries)
+install(CODE "
+    execute_process(COMMAND_ERROR_IS_FATAL ANY OUTPUT_VARIABLE added COMMAND
+        \"${Python3_EXECUTABLE}\" \"${PROJECT_SOURCE_DIR}/packaging/list-parts\"
+        \"${PROJECT_VERSION}\" \"${QUORVANE_EPOCH}\" ${linking} ${libraries}
+        \"${CMAKE_CXX_COMPILER} ${CMAKE_EXE_LINKER_FLAGS}\"
+        \"\${CMAKE_INSTALL_PREFIX}\" ${CMAKE_INSTALL_DOCDIR} \${CMAKE_INSTALL_MANIFEST_FILES})
+    list(APPEND CMAKE_INSTALL_MANIFEST_FILES \${added})")

@@ -3,7 +3,6 @@ set(CPACK_PACKAGE_VENDOR "Quorvane project")
 set(CPACK_PACKAGE_CONTACT "Quorvane project <maintainers@quorvane.example>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "command-line client of the Quorvane service")
 set(CPACK_STRIP_FILES ON)
-set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/open_folders.cmake)
 set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_BINARY_DIR}/install/cpack-epoch.cmake)
 file(WRITE ${CPACK_PROJECT_CONFIG_FILE} "set(ENV{SOURCE_DATE_EPOCH} \"${QUORVANE_EPOCH}\")\n")
 
