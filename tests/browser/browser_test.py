@@ -21,6 +21,7 @@ from selenium.webdriver.common.keys import Keys
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 
 from laboratory.home import Home, bad, finish, good  # noqa: E402
+from laboratory.network import require_privacy  # noqa: E402
 from laboratory.peers import TIME_LIMIT_S  # noqa: E402
 from quorvane_dev.front import Front  # noqa: E402
 from quorvane_dev.server import Service  # noqa: E402
@@ -128,6 +129,7 @@ if __name__ == "__main__":
     parser.add_argument("program", type=Path)
     parser.add_argument("--count", type=int, default=COUNT, help="more sign-ins in a row")
     options, rest = parser.parse_known_args()
+    require_privacy()
     COUNT, Home.program = options.count, options.program.resolve()
     with contextlib.ExitStack() as stack:
         folder = stack.enter_context(Home()).path

@@ -22,8 +22,16 @@ def require_loopback() -> None:
         sys.exit(1 if os.environ.get("QUORVANE_TESTS_COMPLETE") == "1" else 77)
 
 
+def require_privacy() -> None:
+    """Ends this process where it would change the machine's own files or network."""
+    if os.environ.get("QUORVANE_NAMESPACE") != os.readlink("/proc/self/ns/net"):
+        sys.exit("This suite replaces /etc/resolv.conf and adds addresses: run it by scripts/test NAME,"
+                 " in dev/namespace.")
+
+
 def replace(file: Path, content: str, folder: Path) -> None:
     """Puts a file of `folder` in the place of `file`, in this mount namespace."""
+    require_privacy()
     (folder / file.name).write_text(content)
     subprocess.run(["mount", "--bind", folder / file.name, file], check=True)
 

@@ -39,6 +39,17 @@ class Row:
     """What Popen takes: umask, stdout."""
 
 
+SELECTED_ROW = ""
+"""The one row that is wanted; empty for all."""
+met_rows: list[str] = []
+
+
+def same(what: str, came: Any, wanted: Any) -> None:
+    """Fails in three lines when `came` is not what was `wanted`."""
+    if came != wanted:
+        raise AssertionError(f"{what}\n  wanted: {wanted!r:.1500}\n  came:   {came!r:.1500}")
+
+
 class Rows(unittest.TestCase):
     """A case whose tests are tables."""
 
@@ -48,8 +59,10 @@ class Rows(unittest.TestCase):
 
     def each(self, table: Iterable[Any], check: Callable[[Any], None]) -> None:
         """Calls `check` with every row, several at once; a row has a name."""
+        rows = [row for row in table if SELECTED_ROW in ("", row.name)]
+        met_rows.extend(row.name for row in rows)
         with ThreadPoolExecutor(6) as pool:
-            for name, future in [(row.name, pool.submit(check, row)) for row in table]:
+            for name, future in [(row.name, pool.submit(check, row)) for row in rows]:
                 with self.subTest(name):
                     future.result()
 
@@ -65,11 +78,12 @@ class Rows(unittest.TestCase):
             before = scene.files()
             origin = scene.origin.encode()
             expected = row.expect._replace(err=row.expect.err.replace(b"ORIGIN", origin))
-            self.assertEqual(scene.run(*words, wrapper=row.wrapper, **row.options), expected)
-            self.assertEqual(difference(before, scene.files()), {
+            same("status, output and errors",
+                 scene.run(*words, wrapper=row.wrapper, **row.options), expected)
+            same("files that changed", difference(before, scene.files()), {
                 name: (mode, content.replace(b"ORIGIN", origin))
                 for name, (mode, content) in row.changed.items()})
-        self.assertEqual(len(scene.peer.requests), int(bool(row.peer)))
+        same("number of requests", len(scene.peer.requests), int(bool(row.peer)))
         if row.peer and row.sent is not None:
             sent = row.sent or CALLS[str(words[0])]
-            self.assertEqual(scene.peer.requests, [scene.request(*sent)])
+            same("request", scene.peer.requests, [scene.request(*sent)])

@@ -9,12 +9,13 @@ from typing import NamedTuple
 
 from laboratory import ROOT
 from laboratory.home import PROGRAM, TOKEN, Scene
-from laboratory.network import RESOLVER_FILE, replace
+from laboratory.network import RESOLVER_FILE, replace, require_privacy
 from laboratory.peers import Script, answer, reply
 from laboratory.rows import Rows
 
 HEADINGS = ("Program", "Files", "Certificates (https)", "Network", "Browser", "Reachability")
 # As an ordinary user: root is let into every file.
+setUpModule = require_privacy  # pylint: disable=invalid-name
 DOCTOR = ("/usr/bin/setpriv", "--bounding-set=-all", "--inh-caps=-all", "/bin/sh",
           ROOT / "packaging/quorvane-doctor")
 NO_LIBSSL = """[ $1 = --version ] && exit
