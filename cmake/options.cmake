@@ -36,6 +36,14 @@ if(QUORVANE_STATIC)
 endif()
 set(OPENSSL_USE_STATIC_LIBS ${QUORVANE_STATIC})
 find_package(OpenSSL 3 REQUIRED)  # Its headers are needed in any case.
+# The library contains what `openssl version -d` prints, for another architecture, too.
+set(openssl_folder /usr/lib/ssl)
+file(STRINGS "${OPENSSL_CRYPTO_LIBRARY}" line REGEX "OPENSSLDIR: \"/" LIMIT_COUNT 1)
+if(line MATCHES "OPENSSLDIR: \"(/[^\"]*)\"")
+    set(openssl_folder "${CMAKE_MATCH_1}")
+endif()
+set(QUORVANE_OPENSSL_FOLDER "${openssl_folder}" CACHE STRING
+    "The folder in which OpenSSL looks for cert.pem and certs")
 if(QUORVANE_LINK_OPENSSL)
     target_link_libraries(quorvane_openssl INTERFACE OpenSSL::SSL)
     if(QUORVANE_STATIC)

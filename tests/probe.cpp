@@ -1,6 +1,7 @@
 // Runs one operation of the network layers and shows its result.
 //
 //   probe plain|tls HOST PORT TIMEOUT_MS MAX_BYTES [BODY_BYTES [TRUST_FILE]]
+//   probe trust
 //   probe resolve HOST TIMEOUT_MS [SERVER]
 //   probe connect HOST PORT TIMEOUT_MS
 //
@@ -13,6 +14,7 @@
 //     base64url BYTES          the text
 //     query NAME ID TYPE       the DNS query, or "refused"
 //     response BYTES ID        the addresses of a DNS response, or "refused"
+#include <cstdlib>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -27,6 +29,8 @@
 #include "json/writer.h"
 #include "session/encoding.h"
 #include "session/sha256.h"
+#include "session/trust_store.h"
+#include "support/process.h"
 #include "support/syscall.h"
 
 namespace quorvane {
@@ -43,7 +47,7 @@ void run_exchange(const Words& words) {
     if (words.size() > 5) body.append(std::string(std::stoul(words[5]), 'b'));
     const HttpRequest request = make_post("/file", std::move(body));
     PlainTransport plain(std::stoi(words[2]));
-    TlsTransport tls(std::stoi(words[2]), words.size() > 6 ? words[6] : "");
+    TlsTransport tls(std::stoi(words[2]), words.size() > 6 ? words[6] : choose_trust_store());
     HttpTransport& transport = words[0] == "tls" ? static_cast<HttpTransport&>(tls) : plain;
     // It fails, and a later success must clear its message.
     if (words[0] == "tls") static_cast<void>(tls_connect({}));
@@ -51,6 +55,16 @@ void run_exchange(const Words& words) {
     std::cout << "ok=" << got.ok << " status=" << got.response.status
               << " complete=" << got.complete << " error=" << last_tls_error() << '\n'
               << got.response.body.view();
+}
+
+/// The file that TLS names to OpenSSL, and what OpenSSL finds in the environment.
+void run_trust() {
+    std::cout << "file=" << choose_trust_store();
+    for (const char* name : {"SSL_CERT_FILE", "SSL_CERT_DIR"}) {
+        const char* const value = std::getenv(name);
+        std::cout << ' ' << name << '=' << (value == nullptr ? "unset" : value);
+    }
+    std::cout << '\n';
 }
 
 void run_resolve(const Words& words) {
@@ -124,11 +138,14 @@ void run_answer() {
 
 int main(int count, char** arguments) {
     const quorvane::Words words(arguments + 1, arguments + count);
+    quorvane::set_process_vectors(count, arguments);
     quorvane::kernel::set_signal(SIGPIPE, SIG_IGN);
     if (words[0] == "resolve") {
         quorvane::run_resolve(words);
     } else if (words[0] == "connect") {
         quorvane::run_connect(words);
+    } else if (words[0] == "trust") {
+        quorvane::run_trust();
     } else if (words[0] == "answer") {
         quorvane::run_answer();
     } else {

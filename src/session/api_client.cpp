@@ -36,7 +36,7 @@ ExchangeResult exchange_with(const ServiceOrigin& origin, const HttpRequest& req
         target.host_header.append(":").append(to_decimal(origin.port));
     }
     if (origin.tls) {
-        TlsTransport transport(origin.port, find_trust_store());
+        TlsTransport transport(origin.port, choose_trust_store());
         return exchange(target, request, transport);
     }
     target.host = kLoopbackIpv4;  // A plain origin is always on this machine.

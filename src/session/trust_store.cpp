@@ -1,45 +1,154 @@
 #include "session/trust_store.h"
 
-#ifdef QUORVANE_SEARCH_TRUST_STORE
-#include <algorithm>
-#include <string_view>
+#include <dirent.h>
 
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <set>
+#include <string_view>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "support/fd.h"
 #include "support/files.h"
 #include "support/process.h"
-#endif
+#include "support/syscall.h"
 
 namespace quorvane {
-
-#ifdef QUORVANE_SEARCH_TRUST_STORE
 namespace {
 
-// What Debian's libcrypto.a was built with; see `openssl version -d`.
-constexpr std::string_view kBuiltInPlaces[] = {"/usr/lib/ssl/cert.pem", "/usr/lib/ssl/certs"};
+constexpr std::int64_t kMaxBundleBytes = 8'388'608;
+constexpr std::size_t kMaxHashedNames = 10'000;
 
-constexpr std::string_view kKnownFiles[] = {
-    "/etc/ssl/certs/ca-certificates.crt",                 // Debian, Alpine, Arch
-    "/etc/pki/tls/certs/ca-bundle.crt",                   // Fedora, RHEL
-    "/etc/ssl/ca-bundle.pem",                             // openSUSE
-    "/etc/pki/tls/cacert.pem",                            // OpenELEC
-    "/etc/pki/ca-trust/extracted/pem/tls-ca-bundle.pem",  // newer RHEL
-    "/etc/ssl/cert.pem",                                  // Alpine without its bundle
+struct TrustPlace {
+    const char* file;
+    const char* folder;
 };
 
-bool exists(std::string_view path) { return stat_path(path).kind != FileKind::kNone; }
+constexpr TrustPlace kOpenSslPlace = {QUORVANE_OPENSSL_FOLDER "/cert.pem",
+                                      QUORVANE_OPENSSL_FOLDER "/certs"};
 
-bool is_file(std::string_view path) { return stat_path(path).kind == FileKind::kRegular; }
+bool changed_after(const struct stat& one, const struct stat& other) {
+    return std::tie(one.st_mtim.tv_sec, one.st_mtim.tv_nsec) >
+           std::tie(other.st_mtim.tv_sec, other.st_mtim.tv_nsec);
+}
+
+/// Whether it is the hash of a subject, a dot, and which of the certificates with that hash it is.
+/// OpenSSL counts on after 9, but a name that is left out here is only a reason for doubt.
+bool is_hashed_name(std::string_view name) {
+    return name.size() == 10 && name[8] == '.' && name[9] >= '0' && name[9] <= '9' &&
+           name.find_first_not_of("0123456789abcdef") == 8;
+}
+
+std::vector<std::string> sorted_hashed_names(const char* folder) {
+    std::vector<std::string> names;
+    const FdHandle fd(kernel::open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    alignas(dirent) char records[32'768];
+    while (names.size() < kMaxHashedNames) {
+        const long size = kernel::getdents64(fd.get(), records, sizeof records);
+        if (size <= 0) break;
+        for (long at = 0; at < size;) {
+            const auto* const record = reinterpret_cast<const dirent*>(records + at);
+            if (is_hashed_name(record->d_name)) names.emplace_back(record->d_name);
+            at += record->d_reclen;
+        }
+    }
+    std::ranges::sort(names);
+    return names;
+}
+
+/// The sizes, sorted, of the different files that OpenSSL can find by hash in `folder`.  Nothing if
+/// one of them was changed after it.
+std::vector<off_t> sizes_in_folder(const char* folder, const struct stat& folder_status) {
+    std::vector<off_t> sizes;
+    std::set<std::pair<dev_t, ino_t>> seen;
+    std::string previous;
+    for (const std::string& name : sorted_hashed_names(folder)) {
+        // OpenSSL begins with 0 and stops at the first number that leads nowhere.
+        std::string before = name;
+        --before.back();
+        if (name.back() != '0' && before != previous) continue;
+        struct stat status = {};
+        if (kernel::stat((std::string(folder) + "/" + name).c_str(), &status) < 0) continue;
+        if (!S_ISREG(status.st_mode) || (status.st_mode & 0444) != 0444) continue;
+        if (changed_after(status, folder_status)) return {};
+        if (seen.emplace(status.st_dev, status.st_ino).second) sizes.push_back(status.st_size);
+        previous = name;
+    }
+    std::ranges::sort(sizes);
+    return sizes;
+}
+
+/// Whether files of these sizes hold everything in `bundle` that can be a certificate.
+bool sizes_cover(const std::vector<off_t>& sizes, std::string_view bundle) {
+    constexpr std::string_view kBegin = "-----BEGIN ";
+    // The text before a certificate comes from its file, or from the tool that made the bundle.
+    std::vector<off_t> with_text;
+    std::vector<off_t> without_text;
+    std::size_t end = 0;
+    for (std::size_t begin = bundle.find(kBegin); begin != std::string_view::npos;
+         begin = bundle.find(kBegin, begin + 1)) {
+        // One within another is in doubt; to go on would make this loop quadratic.
+        if (begin < end) return false;
+        const std::size_t start = end;
+        const std::size_t last_line = bundle.find("-----END ", begin);
+        end = std::min(bundle.find('\n', last_line), bundle.size() - 1) + 1;
+        with_text.push_back(static_cast<off_t>(end - start));
+        without_text.push_back(static_cast<off_t>(end - begin));
+    }
+    std::ranges::sort(with_text);
+    std::ranges::sort(without_text);
+    return !with_text.empty() &&
+           (std::ranges::includes(sizes, with_text) || std::ranges::includes(sizes, without_text));
+}
+
+bool folder_serves(const TrustPlace& place) {
+    struct stat folder = {};
+    struct stat file = {};
+    if (kernel::stat(place.folder, &folder) < 0 || kernel::stat(place.file, &file) < 0)
+        return false;
+    if (changed_after(file, folder)) return false;
+    const std::vector<off_t> sizes = sizes_in_folder(place.folder, folder);
+    if (sizes.empty()) return false;
+    const ByteBuffer bundle = read_whole_file(place.file, kMaxBundleBytes);
+    // A read that fails in the middle would hide the certificates after it.
+    return static_cast<off_t>(bundle.size()) == file.st_size && sizes_cover(sizes, bundle.view());
+}
+
+/// False: OpenSSL has to be given the file.
+bool use_folder_alone(const TrustPlace& place) {
+    return folder_serves(place) && ::setenv("SSL_CERT_DIR", place.folder, 1) == 0 &&
+           ::setenv("SSL_CERT_FILE", "", 1) == 0;
+}
+
+std::string decide() {
+    for (const char* name : {"SSL_CERT_FILE", "SSL_CERT_DIR", "LD_LIBRARY_PATH"}) {
+        if (lookup_env(name)) return {};
+    }
+#ifdef QUORVANE_SEARCH_TRUST_STORE
+    constexpr TrustPlace kKnownPlaces[] = {
+#include "session/trust_places.inc"
+    };
+    if (stat_path(kOpenSslPlace.file).kind == FileKind::kNone &&
+        stat_path(kOpenSslPlace.folder).kind == FileKind::kNone) {
+        for (const TrustPlace& place : kKnownPlaces) {
+            if (stat_path(place.file).kind != FileKind::kRegular) continue;
+            return use_folder_alone(place) ? std::string() : std::string(place.file);
+        }
+        return {};
+    }
+#endif
+    static_cast<void>(use_folder_alone(kOpenSslPlace));
+    return {};
+}
 
 }  // namespace
 
-std::string find_trust_store() {
-    // For OpenSSL, too, a variable that is empty is set.
-    if (lookup_env("SSL_CERT_FILE") || lookup_env("SSL_CERT_DIR")) return {};
-    if (std::ranges::any_of(kBuiltInPlaces, exists)) return {};
-    const auto* const found = std::ranges::find_if(kKnownFiles, is_file);
-    return found == std::end(kKnownFiles) ? std::string() : std::string(*found);
+std::string choose_trust_store() {
+    static const std::string chosen = decide();
+    return chosen;
 }
-#else
-std::string find_trust_store() { return {}; }
-#endif
 
 }  // namespace quorvane

@@ -69,6 +69,10 @@ int foreign_call(const Operation& operation) {
     return detail::call(SYS_write, fd, bytes, size);
 }
 [[nodiscard]] inline long fsync(int fd) { return detail::call(SYS_fsync, fd); }
+/// Records as getdents(2) describes them, which on 64-bit systems `dirent` is; 0 at the end.
+[[nodiscard]] inline long getdents64(int fd, void* records, std::size_t size) {
+    return detail::call(SYS_getdents64, fd, records, size);
+}
 inline long close(int fd) { return detail::call(SYS_close, fd); }
 [[nodiscard]] inline long fcntl(int fd, int command, long argument = 0) {
     return detail::call(SYS_fcntl, fd, command, argument);

@@ -11,8 +11,9 @@ from collections.abc import Callable
 from pathlib import Path
 from typing import Any, NamedTuple
 
+from laboratory.home import Home
 from laboratory.network import RESOLVER_FILE, Authority, replace, serving
-from laboratory.peers import (NameServer, Peer, Script, address, chunked, dns_reply, reply, reset,
+from laboratory.peers import (NameServer, Peer, Script, address, answer, chunked, dns_reply, reply, reset,
                               until_gone, until_over)
 from laboratory.rows import Rows
 
@@ -35,10 +36,11 @@ def setUpModule() -> None:  # pylint: disable=invalid-name
     AUTHORITY.issue("good", "localhost", "127.0.0.1", "service.test")
 
 
-def probe(*words: object, **environment: str) -> tuple[str, bytes]:
-    """The probe's first line, and what follows it."""
+def probe(*words: object, **environment: str | None) -> tuple[str, bytes]:
+    """The probe's first line, and what follows it; None unsets a variable."""
+    variables = {**os.environ, "SSL_CERT_FILE": str(AUTHORITY.trust_file), **environment}
     done = subprocess.run([PROBE, *map(str, words)], check=True, stdout=subprocess.PIPE, env={
-        **os.environ, "SSL_CERT_FILE": str(AUTHORITY.trust_file), **environment})
+        name: value for name, value in variables.items() if value is not None})
     line, _, body = done.stdout.partition(b"\n")
     return line.decode(), body
 
@@ -294,3 +296,120 @@ class Stages(Rows):
                 ("part of a record", (b"\x16\x03\x03\x40\x00\x02", until_gone))):
             with self.subTest(name), listening(script, False) as peer:
                 self.assertEqual(self.tls("127.0.0.1", peer.port, limit=500), stage("handshake"))
+
+
+# Which certificates are trusted.
+
+OPENSSL_FOLDER = os.environ["QUORVANE_OPENSSL_FOLDER"]
+AS_EVER = "file= SSL_CERT_FILE=unset SSL_CERT_DIR=unset"
+FOLDER_ALONE = f"file= SSL_CERT_FILE= SSL_CERT_DIR={OPENSSL_FOLDER}/certs"
+
+# "ca" signed the service's certificate, "twin" has the same subject.  All but "longer" are of one
+# size, so that each could be taken for any other.
+STORE = r"""
+cd "$1"
+hash() { openssl x509 -subject_hash -noout -in "$1.pem"; }
+file() { cat "$1.pem" >>cert.pem; }
+link() { ln -sf "../$1.pem" "certs/$2"; }
+both() { file "$1"; link "$1" "$(hash "$1").${2-0}"; }
+rm -rf cert.pem certs *.pem
+cp ../originals/*.pem .
+mkdir certs
+both other
+eval "$2"
+[ ! -d certs ] || touch certs
+"""
+
+
+class Store(NamedTuple):
+    """What is done to OpenSSL's file and folder, and which of them are used then."""
+
+    name: str
+    commands: str
+    uses: str = AS_EVER
+    expect: str = COMPLETE
+    environment: dict[str, str] = {}
+
+
+STORES = (
+    Store("in both", "both ca", FOLDER_ALONE),
+    Store("only in the file", "file ca"),
+    Store("only in the folder", 'link ca "$(hash ca).0"', FOLDER_ALONE),
+    Store("file changed after the folder", "file ca; link ca 00000000.0; touch -d tomorrow cert.pem"),
+    Store("certificate changed after the folder",
+          "both ca; cp twin.pem ca.pem; touch -d tomorrow ca.pem"),
+    Store("only in the file, and one only in the folder", "file ca; link longer 00000000.0"),
+    Store("link that leads nowhere", "file ca; link none 00000000.0"),
+    Store("second link to another one", "file ca; link other 00000000.0"),
+    Store("not for everybody to read", "both ca; chmod 600 ca.pem"),
+    Store("names that are no hashes", "file ca; link ca CA000000.0"),
+    Store("second of a subject", "both twin; both ca 1", FOLDER_ALONE),
+    Store("second of a subject, the first leads nowhere",
+          'both ca 1; link none "$(hash ca).0"'),
+    Store("trusted certificate",
+          "openssl x509 -in ca.pem -addtrust serverAuth -out ca.pem; both ca", FOLDER_ALONE),
+    Store("trusted certificate only in the file",
+          "openssl x509 -in ca.pem -addtrust serverAuth -out ca.pem; file ca"),
+    Store("stray BEGIN in the text", "sed -i 's/^text/-----BEGIN/' ca.pem; both ca", FOLDER_ALONE),
+    Store("text only in the file",
+          "both ca; sed -i /^text/d ca.pem other.pem; sed -i 's/^text.*/# name/' cert.pem",
+          FOLDER_ALONE),
+    Store("nothing but BEGIN", "yes -- '-----BEGIN X-----' | head -c 8000000 >>cert.pem; both ca"),
+    Store("file too large", "both ca; yes | head -c 8388608 >>cert.pem"),
+    Store("file empty", 'link ca "$(hash ca).0"; : >cert.pem'),
+    Store("file missing", 'link ca "$(hash ca).0"; rm cert.pem'),
+    Store("folder missing", "file ca; rm -r certs"),
+    Store("both missing", "rm -r cert.pem certs", expect=stage("handshake")),
+    Store("SSL_CERT_FILE is set", "both ca", "file= SSL_CERT_FILE= SSL_CERT_DIR=unset",
+          environment={"SSL_CERT_FILE": ""}),
+    Store("SSL_CERT_DIR is set", "both ca", "file= SSL_CERT_FILE=unset SSL_CERT_DIR=",
+          environment={"SSL_CERT_DIR": ""}),
+    Store("another OpenSSL", "both ca", environment={"LD_LIBRARY_PATH": "/none"}),
+)
+
+
+class Trust(Rows):
+    """The folder is used alone where it surely has all that the file has."""
+
+    @classmethod
+    def setUpClass(cls) -> None:
+        super().setUpClass()
+        cls.store, originals, twins = FOLDER / "store", FOLDER / "originals", FOLDER / "twins"
+        for folder in (cls.store, originals, twins):
+            folder.mkdir()
+        files = {"ca": AUTHORITY.trust_file} | {name: Authority(twins, subject).trust_file for
+                 name, subject in (("twin", "ca"), ("other", "x"), ("longer", "y"))}
+        for name, file in files.items():
+            text = file.read_text()
+            line = "text".ljust(999 - len(text) + (name == "longer"), "-")
+            (originals / f"{name}.pem").write_text(f"{line}\n{text}")
+        subprocess.run(["mount", "--bind", cls.store, OPENSSL_FOLDER], check=True)
+        cls.addClassCleanup(subprocess.run, ["umount", OPENSSL_FOLDER], check=True)
+
+    def prepare(self, commands: str) -> None:
+        subprocess.run(["sh", "-eu", "-c", STORE, "sh", self.store, commands], check=True)
+
+    def test_stores(self) -> None:
+        unset = {"SSL_CERT_FILE": None, "SSL_CERT_DIR": None, "LD_LIBRARY_PATH": None}
+        with listening(reply(length(b"ok"))) as peer:
+            for row in STORES:
+                with self.subTest(row.name):
+                    self.prepare(row.commands)
+                    variables = {**unset, **row.environment}
+                    self.assertEqual(probe("trust", **variables)[0], row.uses)
+                    got = probe("tls", "127.0.0.1", peer.port, 9000, MAXIMUM, **variables)[0]
+                    self.assertEqual(got, row.expect)
+
+    def test_the_opener_sees_only_what_the_user_set(self) -> None:
+        self.prepare("both ca")
+        for variables in ({}, {"SSL_CERT_DIR": f"{OPENSSL_FOLDER}/certs"}):
+            with listening(reply(answer({"request": "r"}))) as peer, \
+                    Home(f"https://127.0.0.1:{peer.port}") as home:
+                home.environment |= variables
+                os.mkfifo(home.path / "seen")
+                home.equip("xdg-open", f"#!/bin/sh\nexport -p >{home.path}/seen\n")
+                with home.start("login") as login:
+                    seen = (home.path / "seen").read_text()
+                    login.kill()
+            self.assertIn("XDG_CONFIG_HOME", seen)
+            self.assertEqual(seen.count("SSL_CERT"), len(variables))
