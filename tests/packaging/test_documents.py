@@ -16,7 +16,7 @@ PAGE = PROGRAM.parent / "install/quorvane.1"
 # Texts with a blank that nobody reads on a terminal: descriptions of the help, headers on the wire,
 # errors of the JSON parser, which its callers do not print.
 SILENT_FILES = ("main/command_tree.h", "cli/help.cpp", "http/message.cpp", "json/parser.cpp")
-SILENT_TEXTS = {"Bearer ", "nameserver ", "config pull", "config push"}
+SILENT_TEXTS = {"Bearer ", "-----BEGIN ", "-----END ", "nameserver ", "config pull", "config push"}
 # Lines that are put together, and their pieces.
 COMPOSED = {"quorvane <version>", "<the service's own words>", *(
     f"Cannot reach <origin> (HTTP 0, complete=false; {why})" for why in (
