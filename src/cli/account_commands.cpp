@@ -5,15 +5,15 @@
 
 #include "json/value.h"
 #include "session/api_client.h"
+#include "session/login.h"
 #include "session/state_files.h"
 #include "support/output.h"
 
 namespace quorvane {
 namespace {
 
-std::optional<JsonValue> call_account(const ServiceOrigin& origin, std::string_view path,
-                                      std::string_view token) {
-    return call_service(origin, path, json_object({}, {}), token);
+std::optional<JsonValue> call_account(const CommandCall& call, std::string_view path) {
+    return call_service(call.origin, path, json_object({}, {}), call.token);
 }
 
 void print_project(JsonView project) {
@@ -24,16 +24,21 @@ void print_project(JsonView project) {
 
 }  // namespace
 
-int run_whoami(const ServiceOrigin& origin, std::string_view token) {
-    const std::optional<JsonValue> response = call_account(origin, "/api/v1/account", token);
+int run_login_command(const CommandCall& call) {
+    return run_login(call.origin, {.open_browser = !flag_set(call.parsed, option_key::kNoBrowser),
+                                   .user_umask = call.user_umask});
+}
+
+int run_whoami(const CommandCall& call) {
+    const std::optional<JsonValue> response = call_account(call, "/api/v1/account");
     if (!response) return 1;
     const JsonView account = json_member(*response, "account");
     print_line(Stream::kOutput, json_get_string(account, "canonical_email"));
     return 0;
 }
 
-int run_projects(const ServiceOrigin& origin, std::string_view token) {
-    const std::optional<JsonValue> response = call_account(origin, "/api/v1/projects", token);
+int run_projects(const CommandCall& call) {
+    const std::optional<JsonValue> response = call_account(call, "/api/v1/projects");
     if (!response) return 1;
     // They may be an array or the members of an object.
     for (const JsonItem item : json_member(*response, "projects").items()) {
@@ -42,9 +47,9 @@ int run_projects(const ServiceOrigin& origin, std::string_view token) {
     return 0;
 }
 
-int run_logout(const ServiceOrigin& origin, std::string_view token) {
-    if (!call_account(origin, "/api/v1/logout", token)) return 1;
-    if (!delete_credentials(origin)) {
+int run_logout(const CommandCall& call) {
+    if (!call_account(call, "/api/v1/logout")) return 1;
+    if (!delete_credentials(call.origin)) {
         return fail("Logged out; remove the local credential file manually");
     }
     print_line(Stream::kOutput, "Signed out");

@@ -31,7 +31,7 @@ ByteBuffer sync_metadata_text(std::string_view project_id, std::string_view base
                               JsonView revision) {
     return write_json(json_object(
         {"projectId", "baseUrl", "revision"},
-        json_values(json_string(project_id), json_string(base_url), json_copy(revision))));
+        json_values(json_string(project_id), json_string(base_url), json_borrow(revision))));
 }
 
 }  // namespace quorvane

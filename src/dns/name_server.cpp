@@ -13,7 +13,7 @@ std::string_view choose_name_server(std::string_view resolver_file) {
         line.remove_prefix(kKeyword.size());
         if (parse_ipv4(line)) return line;
     }
-    return kDefaultNameServer;
+    return "127.0.0.53";  // The local stub of systemd-resolved.
 }
 
 }  // namespace quorvane

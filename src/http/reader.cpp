@@ -1,7 +1,6 @@
 #include "http/reader.h"
 
 #include <algorithm>
-#include <optional>
 #include <string>
 #include <utility>
 

@@ -25,11 +25,13 @@ std::uint64_t mix(std::uint64_t left, std::uint64_t right) {
 
 std::uint32_t hash_key(std::string_view key, const KeySeed& seed) {
     const char* at = key.data();
-    std::size_t left = key.size();
-    std::uint64_t hash = seed.words[0] ^ left;
-    for (; left > 8; left -= 8, at += 8) hash = mix(load_word(at) ^ seed.words[1], hash);
+    std::size_t left_bytes = key.size();
+    std::uint64_t hash = seed.words[0] ^ left_bytes;
+    for (; left_bytes > 8; left_bytes -= 8, at += 8) {
+        hash = mix(load_word(at) ^ seed.words[1], hash);
+    }
     // Of the last word only the key's own bytes; an empty key is hashed with the quote after it.
-    const std::size_t unused_bits = 64 - 8 * std::max<std::size_t>(left, 1);
+    const std::size_t unused_bits = 64 - 8 * std::max<std::size_t>(left_bytes, 1);
     const bool little = std::endian::native == std::endian::little;
     const std::uint64_t word = load_word(at);
     return static_cast<std::uint32_t>(
@@ -48,10 +50,12 @@ KeySeed key_seed() {
 
 bool KeySet::add(const JsonNode* key, const KeySeed& seed) {
     ++count_;
+    // An only key has nothing to be compared with; it enters the table together with the second.
     if (count_ == 1) return true;
-    if (count_ == 2) {  // Until here there was nothing to compare with.
+    if (count_ == 2) {
+        const JsonNode* const first_key = object_ + 1;
         std::memset(first_slots_.data(), 0, sizeof first_slots_);
-        insert(object_ + 1, seed);
+        static_cast<void>(insert(first_key, seed));
     }
     if (2 * count_ > slot_count_) grow();
     return insert(key, seed);

@@ -5,23 +5,23 @@
 namespace quorvane {
 namespace {
 
-// Skips one digit or more; null when there is none.
-const char* skip_digits(const char* at, const char* end) {
-    if (at == end || !is_digit(*at)) return nullptr;
-    while (at != end && is_digit(*at)) ++at;
-    return at;
-}
+// The part of a literal that has not been judged.
+struct LiteralRest {
+    const char* at;
+    const char* end;
 
-const char* skip_integer_part(const char* at, const char* end) {
-    if (at != end && *at == '-') ++at;
-    if (at != end && *at == '0') return at + 1;
-    return skip_digits(at, end);
-}
-
-const char* skip_exponent_digits(const char* at, const char* end) {
-    if (at != end && (*at == '+' || *at == '-')) ++at;
-    return skip_digits(at, end);
-}
+    bool take(char byte) {
+        if (at == end || *at != byte) return false;
+        ++at;
+        return true;
+    }
+    // Takes all digits; false when there is none.
+    bool take_digits() {
+        const char* const begin = at;
+        while (at != end && is_digit(*at)) ++at;
+        return at != begin;
+    }
+};
 
 }  // namespace
 
@@ -29,15 +29,18 @@ NumberScan scan_number(const char* at, const char* end) {
     const char* run_end = at;
     while (run_end != end && is_number_byte(*run_end)) ++run_end;
 
-    NumberScan scan = {run_end, false, false};
-    at = skip_integer_part(at, run_end);
-    if (at == nullptr) return scan;
-    scan.is_integer = at == run_end;
-    if (at != run_end && *at == '.') at = skip_digits(at + 1, run_end);
-    if (at == nullptr) return scan;
-    if (at != run_end && (*at == 'e' || *at == 'E')) at = skip_exponent_digits(at + 1, run_end);
-    scan.valid = at == run_end;
-    return scan;
+    NumberScan literal = {run_end, false, false};
+    LiteralRest rest = {at, run_end};
+    rest.take('-');
+    if (!rest.take('0') && !rest.take_digits()) return literal;
+    literal.is_integer = rest.at == run_end;
+    if (rest.take('.') && !rest.take_digits()) return literal;
+    if (rest.take('e') || rest.take('E')) {
+        if (!rest.take('+')) rest.take('-');
+        if (!rest.take_digits()) return literal;
+    }
+    literal.valid = rest.at == run_end;
+    return literal;
 }
 
 std::optional<std::int64_t> integer_value(std::string_view literal) {

@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <optional>
 
 #include "json/key_set.h"
 #include "json/number.h"
 #include "json/storage.h"
 #include "json/utf8.h"
-#include "json/writer.h"
 #include "support/text.h"
 
 namespace quorvane {
@@ -50,48 +50,51 @@ constexpr ErrorText kBadNumber = {"invalid_number", "invalid JSON number"};
 constexpr ErrorText kStringTooLong = {"string_limit", "JSON string exceeds configured limit"};
 constexpr ErrorText kDuplicateKey = {"duplicate_key", "duplicate JSON object key"};
 
-// kTextPadding zero bytes follow the input.  No token contains a zero byte, so everything here
-// stops at the end without looking for it; only a zero byte found where something else was wanted
-// needs the question whether it is the end.
+// The state of one parse.
+//
+// kTextPadding zero bytes follow the input, and no token contains one.  So nothing here compares
+// its place with the end: a zero byte is refused like any other that does not belong, and only then
+// `refuse_or_end` asks whether it is a byte of the input or the end.
 struct Parser {
     const char* end;
-    JsonLimits limits;  // Of max_nodes, how many more values may come.
-    char* texts;        // Where the next decoded string goes.
+    JsonLimits limits;
+    std::int64_t nodes_left;  // How many more values may come.
+    char* texts;              // Where the next decoded string goes.
     KeySeed seed = key_seed();
     const ErrorText* error = nullptr;
     const char* error_at = nullptr;
 };
 
 // What every step takes and returns: the next byte to read and the next node to fill.  Two words
-// that stay in registers.
+// that stay in registers, so a null `at` is the failure; the parser knows its reason.
 struct Cursor {
-    const char* at;  // Null: the parse has failed, and the parser knows why.
+    const char* at;
     JsonNode* node;
 };
 
-[[gnu::cold]] Cursor fail(Parser& parser, const char* at, const ErrorText& error) {
+[[gnu::cold]] Cursor refuse(Parser& parser, const char* at, const ErrorText& error) {
     parser.error = &error;
     parser.error_at = at;
     return {nullptr, nullptr};
 }
 
-[[gnu::cold]] Cursor fail_or_end(Parser& parser, const char* at, const ErrorText& error,
-                                 const ErrorText& at_end) {
-    return fail(parser, at, at == parser.end ? at_end : error);
+[[gnu::cold]] Cursor refuse_or_end(Parser& parser, const char* at, const ErrorText& error,
+                                   const ErrorText& at_end) {
+    return refuse(parser, at, at == parser.end ? at_end : error);
 }
 
-[[gnu::noinline]] const char* skip_some_blanks(const char* at) {
-    // One after a colon or comma is the most frequent form.
+[[gnu::noinline]] const char* skip_some_whitespace(const char* at) {
+    // One space, after a colon or comma, is the most frequent form.
     if (*at == ' ' && static_cast<unsigned char>(at[1]) > ' ') return at + 1;
     for (;; at += scan::kWidth) {
-        const std::size_t run = scan::blank_run(at);
+        const std::size_t run = scan::whitespace_run(at);
         if (run < scan::kWidth) return at + run;
     }
 }
 
-// Most texts are compact: that there is no blank is seen without a call.
-inline const char* skip_blanks(const char* at) {
-    return static_cast<unsigned char>(*at) > ' ' ? at : skip_some_blanks(at);
+// Most texts are compact: that there is no whitespace is seen without a call.
+inline const char* skip_whitespace(const char* at) {
+    return static_cast<unsigned char>(*at) > ' ' ? at : skip_some_whitespace(at);
 }
 
 // Strings.
@@ -107,13 +110,6 @@ constexpr std::array<char, 128> make_simple_escapes() {
 
 constexpr std::array<char, 128> kSimpleEscapes = make_simple_escapes();
 
-// -1 for a byte that is no hexadecimal digit.
-std::int32_t hex_value(char byte) {
-    if (is_digit(byte)) return byte - '0';
-    const char lower = ascii_lower(byte);
-    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
-}
-
 struct CodeUnit {
     std::uint32_t value = 0;
     const char* end = nullptr;  // After the fourth digit, or the byte that is none.
@@ -123,9 +119,9 @@ struct CodeUnit {
 CodeUnit read_code_unit(const char* digits) {
     CodeUnit unit{0, digits, false};
     for (; unit.end != digits + 4; ++unit.end) {
-        const std::int32_t digit = hex_value(*unit.end);
-        if (digit < 0) return unit;
-        unit.value = unit.value << 4 | static_cast<std::uint32_t>(digit);
+        const std::optional<std::int32_t> digit = hex_digit(*unit.end);
+        if (!digit) return unit;
+        unit.value = unit.value << 4 | static_cast<std::uint32_t>(*digit);
     }
     unit.ok = true;
     return unit;
@@ -138,17 +134,17 @@ bool is_low_surrogate(std::uint32_t unit) { return unit >= 0xDC00 && unit < 0xE0
 // has failed.  `escape` is the backslash, of a \u escape here.
 const char* decode_unicode_escape(Parser& parser, const char* escape) {
     CodeUnit unit = read_code_unit(escape + 2);
-    if (!unit.ok) return fail(parser, unit.end, kBadUnicodeEscape).at;
-    if (is_low_surrogate(unit.value)) return fail(parser, escape, kLoneLowSurrogate).at;
+    if (!unit.ok) return refuse(parser, unit.end, kBadUnicodeEscape).at;
+    if (is_low_surrogate(unit.value)) return refuse(parser, escape, kLoneLowSurrogate).at;
     char32_t code_point = unit.value;
     if (is_high_surrogate(unit.value)) {
         escape = unit.end;
         if (parser.end - escape < 6 || escape[0] != '\\' || escape[1] != 'u') {
-            return fail(parser, escape, kNoLowSurrogate).at;
+            return refuse(parser, escape, kNoLowSurrogate).at;
         }
         unit = read_code_unit(escape + 2);
-        if (!unit.ok) return fail(parser, unit.end, kBadUnicodeEscape).at;
-        if (!is_low_surrogate(unit.value)) return fail(parser, escape, kBadSurrogatePair).at;
+        if (!unit.ok) return refuse(parser, unit.end, kBadUnicodeEscape).at;
+        if (!is_low_surrogate(unit.value)) return refuse(parser, escape, kBadSurrogatePair).at;
         code_point = 0x10000 + ((code_point - 0xD800) << 10 | (unit.value - 0xDC00));
     }
     parser.texts = put_utf8(code_point, parser.texts);
@@ -159,16 +155,16 @@ const char* decode_escape(Parser& parser, const char* escape) {
     const auto letter = static_cast<unsigned char>(escape[1]);
     if (letter == 'u') return decode_unicode_escape(parser, escape);
     const char decoded = letter < kSimpleEscapes.size() ? kSimpleEscapes[letter] : '\0';
-    if (decoded == 0) return fail_or_end(parser, escape + 1, kBadEscape, kOpenEscape).at;
+    if (decoded == 0) return refuse_or_end(parser, escape + 1, kBadEscape, kOpenEscape).at;
     *parser.texts++ = decoded;
     return escape + 2;
 }
 
 // `at` is after a run of bytes that are text, of which `excess` are too many.
-Cursor fail_too_long(Parser& parser, const char* at, std::ptrdiff_t excess) {
+Cursor refuse_too_long(Parser& parser, const char* at, std::ptrdiff_t excess) {
     at -= excess;
     while ((static_cast<unsigned char>(*at) & 0xC0) == 0x80) --at;  // To the character's start.
-    return fail(parser, at, kStringTooLong);
+    return refuse(parser, at, kStringTooLong);
 }
 
 // A string that is not a slice of the input: it has escapes, or an error.  `cursor.at` is the byte
@@ -185,20 +181,19 @@ Cursor decode_string(Parser& parser, Cursor cursor) {
             run = scan::text_run(stop);
         }
         const std::ptrdiff_t excess = parser.texts - text - parser.limits.max_string_bytes;
-        if (excess > 0) return fail_too_long(parser, stop, excess);
+        if (excess > 0) return refuse_too_long(parser, stop, excess);
         cursor.at = stop + 1;
         if (*stop == '"') break;
-        if (*stop != '\\') return fail_or_end(parser, stop, kControlByte, kOpenString);
+        if (*stop != '\\') return refuse_or_end(parser, stop, kControlByte, kOpenString);
         cursor.at = decode_escape(parser, stop);
         if (cursor.at == nullptr) return cursor;
         if (parser.texts - text > parser.limits.max_string_bytes) {
-            return fail(parser, stop, kStringTooLong);
+            return refuse(parser, stop, kStringTooLong);
         }
     }
-    *parser.texts = '"';  // Ends the search for bytes to escape.
-    const bool plain = scan::skip_text(text) == parser.texts;
-    const auto size = static_cast<std::size_t>(parser.texts - text);
-    *cursor.node = text_node(JsonKind::kString, plain, {text, size});
+    *parser.texts = '"';
+    const std::string_view decoded(text, static_cast<std::size_t>(parser.texts - text));
+    *cursor.node = text_node(JsonKind::kString, scan::is_plain(decoded), decoded);
     return {cursor.at, cursor.node + 1};
 }
 
@@ -223,10 +218,10 @@ inline Cursor parse_number(Parser& parser, Cursor cursor) {
     const bool is_short = run > 0 && run < scan::kWidth && (*digits != '0' || run == 1);
     bool is_integer = true;
     if (!is_short || is_number_byte(*end)) {
-        const NumberScan scan = scan_number(text, parser.end);
-        if (!scan.valid) return fail(parser, text, kBadNumber);
-        end = scan.end;
-        is_integer = scan.is_integer;
+        const NumberScan literal = scan_number(text, parser.end);
+        if (!literal.valid) return refuse(parser, text, kBadNumber);
+        end = literal.end;
+        is_integer = literal.is_integer;
     }
     *cursor.node = text_node(JsonKind::kNumber, is_integer, {text, end});
     return {end, cursor.node + 1};
@@ -234,7 +229,7 @@ inline Cursor parse_number(Parser& parser, Cursor cursor) {
 
 Cursor parse_word(Parser& parser, Cursor cursor, std::string_view word, JsonNode node) {
     if (std::memcmp(cursor.at, word.data(), word.size()) != 0) {
-        return fail(parser, cursor.at, kBadToken);
+        return refuse(parser, cursor.at, kBadToken);
     }
     *cursor.node = node;
     return {cursor.at + word.size(), cursor.node + 1};
@@ -245,44 +240,54 @@ Cursor parse_word(Parser& parser, Cursor cursor, std::string_view word, JsonNode
 template <JsonKind kKind>
 Cursor parse_container(Parser& parser, Cursor cursor, std::int64_t depth);
 
-// `cursor.at` is after the blanks.
+// `cursor.at` is after the whitespace.
 inline Cursor parse_value(Parser& parser, Cursor cursor, std::int64_t depth) {
-    if (depth > parser.limits.max_depth) return fail(parser, cursor.at, kTooDeep);
-    if (--parser.limits.max_nodes < 0) return fail(parser, cursor.at, kTooManyNodes);
+    if (depth > parser.limits.max_depth) return refuse(parser, cursor.at, kTooDeep);
+    if (--parser.nodes_left < 0) return refuse(parser, cursor.at, kTooManyNodes);
     const char first = *cursor.at;
     switch (first) {
-        case '"':
-            return parse_string(parser, cursor);
-        case '{':
-            return parse_container<JsonKind::kObject>(parser, cursor, depth);
-        case '[':
-            return parse_container<JsonKind::kArray>(parser, cursor, depth);
-        case 't':
-            return parse_word(parser, cursor, "true", {JsonKind::kBoolean, true, 0, {}});
-        case 'f':
-            return parse_word(parser, cursor, "false", {JsonKind::kBoolean, false, 0, {}});
-        case 'n':
-            return parse_word(parser, cursor, "null", {});
+        case '"': return parse_string(parser, cursor);
+        case '{': return parse_container<JsonKind::kObject>(parser, cursor, depth);
+        case '[': return parse_container<JsonKind::kArray>(parser, cursor, depth);
+        case 't': return parse_word(parser, cursor, "true", boolean_node(true));
+        case 'f': return parse_word(parser, cursor, "false", boolean_node(false));
+        case 'n': return parse_word(parser, cursor, "null", {});
         default:
             if (is_digit(first) || first == '-' || first == '+')
                 return parse_number(parser, cursor);
-            return fail_or_end(parser, cursor.at, kBadToken, kNoValue);
+            return refuse_or_end(parser, cursor.at, kBadToken, kNoValue);
     }
 }
 
 // The key of the object's next member, and its colon.
 inline Cursor parse_key(Parser& parser, Cursor cursor, std::int64_t size, KeySet& keys) {
-    if (*cursor.at != '"') return fail_or_end(parser, cursor.at, kNoKey, kOpenObject);
+    if (*cursor.at != '"') return refuse_or_end(parser, cursor.at, kNoKey, kOpenObject);
     const JsonNode* const key = cursor.node;
     cursor = parse_string(parser, cursor);
     if (cursor.at == nullptr) return cursor;
-    if (size == parser.limits.max_object_members) return fail(parser, cursor.at, kTooManyMembers);
+    if (size == parser.limits.max_object_members) return refuse(parser, cursor.at, kTooManyMembers);
     if (parser.limits.reject_duplicate_keys && !keys.add(key, parser.seed)) {
-        return fail(parser, cursor.at, kDuplicateKey);
+        return refuse(parser, cursor.at, kDuplicateKey);
     }
-    cursor.at = skip_blanks(cursor.at);
-    if (*cursor.at != ':') return fail(parser, cursor.at, kNoColon);
-    return {skip_blanks(cursor.at + 1), cursor.node};
+    cursor.at = skip_whitespace(cursor.at);
+    if (*cursor.at != ':') return refuse(parser, cursor.at, kNoColon);
+    return {skip_whitespace(cursor.at + 1), cursor.node};
+}
+
+// From the end of an element or member to the next one, or to the closing bracket.
+template <JsonKind kKind>
+inline Cursor pass_comma(Parser& parser, Cursor cursor) {
+    constexpr bool kIsObject = kKind == JsonKind::kObject;
+    constexpr char kEnd = kIsObject ? '}' : ']';
+    cursor.at = skip_whitespace(cursor.at);
+    if (*cursor.at == kEnd) return cursor;
+    if (*cursor.at != ',') {
+        return kIsObject ? refuse_or_end(parser, cursor.at, kNoObjectComma, kOpenObject)
+                         : refuse_or_end(parser, cursor.at, kNoArrayComma, kOpenArray);
+    }
+    cursor.at = skip_whitespace(cursor.at + 1);
+    if (*cursor.at != kEnd) return cursor;
+    return refuse(parser, cursor.at, kIsObject ? kObjectTrailingComma : kArrayTrailingComma);
 }
 
 template <JsonKind kKind>
@@ -292,23 +297,15 @@ Cursor parse_container(Parser& parser, Cursor cursor, std::int64_t depth) {
     JsonNode* const container = cursor.node++;
     KeySet keys(container);
     std::int64_t size = 0;
-    cursor.at = skip_blanks(cursor.at + 1);
-    while (size > 0 || *cursor.at != kEnd) {
+    cursor.at = skip_whitespace(cursor.at + 1);
+    while (*cursor.at != kEnd) {
         if (kIsObject) cursor = parse_key(parser, cursor, size, keys);
         if (cursor.at == nullptr) return cursor;
         cursor = parse_value(parser, cursor, depth + 1);
         if (cursor.at == nullptr) return cursor;
         ++size;
-        cursor.at = skip_blanks(cursor.at);
-        if (*cursor.at == kEnd) break;
-        if (*cursor.at != ',') {
-            return kIsObject ? fail_or_end(parser, cursor.at, kNoObjectComma, kOpenObject)
-                             : fail_or_end(parser, cursor.at, kNoArrayComma, kOpenArray);
-        }
-        cursor.at = skip_blanks(cursor.at + 1);
-        if (*cursor.at == kEnd) {
-            return fail(parser, cursor.at, kIsObject ? kObjectTrailingComma : kArrayTrailingComma);
-        }
+        cursor = pass_comma<kKind>(parser, cursor);
+        if (cursor.at == nullptr) return cursor;
     }
     make_container(container, kKind, static_cast<std::size_t>(size), cursor.node);
     return {cursor.at + 1, cursor.node};
@@ -350,13 +347,14 @@ JsonParseResult parse(ByteBuffer input, const JsonLimits& limits) {
     ByteBuffer texts;
     Parser parser = {.end = text.data() + text.size(),
                      .limits = limits,
+                     .nodes_left = limits.max_nodes,
                      .texts = texts.spare(text.size() + kTextPadding)};
     auto* const root = reinterpret_cast<JsonNode*>(
         nodes.spare(node_bound(text.size(), limits) * sizeof(JsonNode)));
-    Cursor cursor = parse_value(parser, {skip_blanks(text.data()), root}, 1);
+    Cursor cursor = parse_value(parser, {skip_whitespace(text.data()), root}, 1);
     if (cursor.at != nullptr) {
-        cursor.at = skip_blanks(cursor.at);
-        if (cursor.at != parser.end) cursor = fail(parser, cursor.at, kTrailingInput);
+        cursor.at = skip_whitespace(cursor.at);
+        if (cursor.at != parser.end) cursor = refuse(parser, cursor.at, kTrailingInput);
     }
     if (cursor.at == nullptr) {
         return refused(text, static_cast<std::size_t>(parser.error_at - text.data()),
@@ -381,13 +379,6 @@ JsonParseResult parse_json(ByteBuffer input, const JsonLimits& limits) {
     const std::size_t valid = valid_utf8_prefix(text);
     if (valid < text.size()) return refused(text, valid, kBadUtf8);
     return parse(std::move(input), limits);
-}
-
-JsonValue json_copy(JsonView value) {
-    ByteBuffer text = write_json(value);
-    // Nothing in a text is deeper, or more, than the text has bytes.
-    const auto size = static_cast<std::int64_t>(text.size());
-    return parse(std::move(text), {size, size, size, size, size, false}).value;
 }
 
 }  // namespace quorvane

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 /// Looks at sixteen bytes at once (private to json/).
 ///
@@ -58,8 +59,14 @@ inline const char* skip_text(const char* at) {
     }
 }
 
-/// Space, tab, line feed, carriage return.
-inline std::size_t blank_run(const char* at) {
+/// Whether a JSON string holds `text` as it is.  The byte after the text must be one that it cannot
+/// hold, which ends the search.
+inline bool is_plain(std::string_view text) {
+    return skip_text(text.data()) == text.data() + text.size();
+}
+
+/// Whitespace: space, tab, line feed, carriage return.
+inline std::size_t whitespace_run(const char* at) {
     const Bytes bytes = load(at);
     return before_first(~((bytes == ' ') | (bytes == '\t') | (bytes == '\n') | (bytes == '\r')));
 }

@@ -33,8 +33,7 @@ namespace quorvane {
 
 struct JsonNode {
     JsonKind kind = JsonKind::kNull;
-    /// String: nothing to escape.  Number: an integer.  Boolean: its value.  Array, object: a link.
-    bool flag = false;
+    bool flag = false;       ///< Asked by name: is_plain, is_integer, is_true, is_link.
     std::uint32_t size = 0;  ///< Text: bytes.  Array: elements.  Object: members.
     union {
         const char* text = nullptr;  ///< String, number.
@@ -44,8 +43,13 @@ struct JsonNode {
 };
 static_assert(sizeof(JsonNode) == 16);
 
+constexpr JsonNode boolean_node(bool value) { return {JsonKind::kBoolean, value, 0, {}}; }
+/// `flag`: a string is plain, that is, nothing in it has to be escaped; a number is an integer.
 inline JsonNode text_node(JsonKind kind, bool flag, std::string_view text) {
-    return {kind, flag, static_cast<std::uint32_t>(text.size()), {.text = text.data()}};
+    return {kind, flag, static_cast<std::uint32_t>(text.size()), {text.data()}};
+}
+inline JsonNode link_node(const JsonNode& container) {
+    return {container.kind, true, container.size, {.target = &container}};
 }
 /// `end` is where the nodes of the container at `node` end.
 inline void make_container(JsonNode* node, JsonKind kind, std::size_t size, const JsonNode* end) {
@@ -57,6 +61,9 @@ inline std::string_view node_text(const JsonNode& node) { return {node.text, nod
 inline bool is_container(const JsonNode& node) {
     return node.kind == JsonKind::kArray || node.kind == JsonKind::kObject;
 }
+inline bool is_plain(const JsonNode& string) { return string.flag; }
+inline bool is_integer(const JsonNode& number) { return number.flag; }
+inline bool is_true(const JsonNode& boolean) { return boolean.flag; }
 inline bool is_link(const JsonNode& node) { return is_container(node) && node.flag; }
 
 /// The node itself, or the container that its link refers to.
@@ -65,7 +72,7 @@ inline const JsonNode* resolve(const JsonNode* node) {
 }
 /// The node after all those of the value at `node`.
 inline const JsonNode* step_over(const JsonNode* node) {
-    return node + (is_container(*node) && !node->flag ? node->nodes : 1);
+    return node + (is_container(*node) && !is_link(*node) ? node->nodes : 1);
 }
 
 /// The door into the private parts of values and views.

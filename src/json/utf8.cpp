@@ -3,14 +3,15 @@
 #include <array>
 #include <bit>
 #include <cstdint>
+#include <optional>
 
 #include "json/scan.h"
 
 namespace quorvane {
 namespace {
 
-// The length of the sequence at `at`, or 0 when it is not valid.
-std::size_t sequence_length(const char* at, const char* end) {
+// The length of the sequence at `at`, if it is valid.
+std::optional<std::size_t> sequence_length(const char* at, const char* end) {
     const auto byte = [&](std::ptrdiff_t i) {
         return end - at > i ? static_cast<unsigned char>(at[i]) : 0U;
     };
@@ -18,30 +19,29 @@ std::size_t sequence_length(const char* at, const char* end) {
     const unsigned lead = byte(0);
     const unsigned second = byte(1);
     if (lead < 0x80) return 1;
-    if (lead < 0xC2 || lead > 0xF4 || !follows(1)) return 0;
+    if (lead < 0xC2 || lead > 0xF4 || !follows(1)) return std::nullopt;
     if (lead < 0xE0) return 2;
-    if (lead == 0xE0 && second < 0xA0) return 0;  // Overlong.
-    if (lead == 0xED && second > 0x9F) return 0;  // A surrogate.
-    if (lead == 0xF0 && second < 0x90) return 0;  // Overlong.
-    if (lead == 0xF4 && second > 0x8F) return 0;  // Above U+10FFFF.
-    if (!follows(2)) return 0;
+    if (lead == 0xE0 && second < 0xA0) return std::nullopt;  // Overlong.
+    if (lead == 0xED && second > 0x9F) return std::nullopt;  // A surrogate.
+    if (lead == 0xF0 && second < 0x90) return std::nullopt;  // Overlong.
+    if (lead == 0xF4 && second > 0x8F) return std::nullopt;  // Above U+10FFFF.
+    if (!follows(2)) return std::nullopt;
     if (lead < 0xF0) return 3;
-    return follows(3) ? 4 : 0;
+    if (!follows(3)) return std::nullopt;
+    return 4;
 }
 
 // Where the first bad sequence starts, or `end`; `at` is between two characters.
 const char* skip_valid(const char* at, const char* end) {
     while (at != end) {
-        const std::size_t length = sequence_length(at, end);
-        if (length == 0) break;
-        at += length;
+        const std::optional<std::size_t> length = sequence_length(at, end);
+        if (!length) break;
+        at += *length;
     }
     return at;
 }
 
 // Processors compare signed bytes best, so 128 is taken off each: the order stays, 0x80 becomes 0.
-using Bytes = scan::SignedBytes;
-
 constexpr std::int8_t lowered(unsigned byte) {
     return static_cast<std::int8_t>(static_cast<int>(byte) - 128);
 }
@@ -49,16 +49,19 @@ constexpr std::int8_t lowered(unsigned byte) {
 constexpr std::int8_t kTopTwoBits = -64;
 constexpr std::int8_t kAllButLastBit = -2;
 
-Bytes load(const char* at) { return std::bit_cast<Bytes>(scan::load(at) ^ 0x80); }
+scan::SignedBytes load_lowered(const char* at) {
+    return std::bit_cast<scan::SignedBytes>(scan::load(at) ^ 0x80);
+}
 
 // The same rules for the sixteen bytes at `at`, each judged by itself and the three before it:
 // matches are the bytes that must not be there.
-Bytes misplaced(const char* at) {
-    const Bytes byte = load(at);
-    const Bytes last = load(at - 1);
-    const Bytes expected =
-        (last > lowered(0xBF)) | (load(at - 2) > lowered(0xDF)) | (load(at - 3) > lowered(0xEF));
-    const Bytes follows = (byte & kTopTwoBits) == lowered(0x80);
+scan::SignedBytes misplaced(const char* at) {
+    const scan::SignedBytes byte = load_lowered(at);
+    const scan::SignedBytes last = load_lowered(at - 1);
+    const scan::SignedBytes expected = (last > lowered(0xBF)) |
+                                       (load_lowered(at - 2) > lowered(0xDF)) |
+                                       (load_lowered(at - 3) > lowered(0xEF));
+    const scan::SignedBytes follows = (byte & kTopTwoBits) == lowered(0x80);
     return (expected ^ follows) | ((byte & kAllButLastBit) == lowered(0xC0)) |
            (byte > lowered(0xF4)) | ((last == lowered(0xE0)) & (byte < lowered(0xA0))) |
            ((last == lowered(0xED)) & (byte > lowered(0x9F))) |
@@ -66,7 +69,7 @@ Bytes misplaced(const char* at) {
            ((last == lowered(0xF4)) & (byte > lowered(0x8F)));
 }
 
-bool any(Bytes matches) {
+bool any(scan::SignedBytes matches) {
     const auto halves = std::bit_cast<std::array<std::uint64_t, 2>>(matches);
     return (halves[0] | halves[1]) != 0;
 }
@@ -75,7 +78,8 @@ constexpr std::ptrdiff_t kBlock = 64;
 constexpr std::ptrdiff_t kLookBack = 3;
 
 bool is_ascii_block(const char* at) {
-    const Bytes all = load(at) & load(at + 16) & load(at + 32) & load(at + 48);
+    const scan::SignedBytes all =
+        load_lowered(at) & load_lowered(at + 16) & load_lowered(at + 32) & load_lowered(at + 48);
     return !any(all >= 0);
 }
 
@@ -100,13 +104,15 @@ std::size_t valid_utf8_prefix(std::string_view bytes) {
     const char* at = begin;
     // One by one, until there are bytes to look back at.
     while (at != end && at - begin < kLookBack) {
-        const std::size_t length = sequence_length(at, end);
-        if (length == 0) return static_cast<std::size_t>(at - begin);
-        at += length;
+        const std::optional<std::size_t> length = sequence_length(at, end);
+        if (!length) return static_cast<std::size_t>(at - begin);
+        at += *length;
     }
     // Before each step no byte before `at` is misplaced, but the last character may lack some.
     while (end - at >= kBlock) {
-        if (is_ascii_block(at) ? character_start(at) != at : !is_valid_block(at)) break;
+        // In a block of ASCII only what came before it can be wrong.
+        const bool valid = is_ascii_block(at) ? character_start(at) == at : is_valid_block(at);
+        if (!valid) break;
         at += kBlock;
     }
     if (at - begin >= kLookBack) at = character_start(at);
@@ -114,23 +120,12 @@ std::size_t valid_utf8_prefix(std::string_view bytes) {
 }
 
 char* put_utf8(char32_t code_point, char* out) {
-    const auto put = [&out](char32_t byte) { *out++ = static_cast<char>(byte); };
-    if (code_point < 0x80) {
-        put(code_point);
-        return out;
+    constexpr char32_t kLeads[] = {0x00, 0xC0, 0xE0, 0xF0};
+    int following = code_point < 0x80 ? 0 : code_point < 0x800 ? 1 : code_point < 0x10000 ? 2 : 3;
+    *out++ = static_cast<char>(kLeads[following] | code_point >> 6 * following);
+    while (following-- > 0) {
+        *out++ = static_cast<char>(0x80 | (code_point >> 6 * following & 0x3F));
     }
-    if (code_point < 0x800) {
-        put(0xC0 | code_point >> 6);
-    } else {
-        if (code_point < 0x10000) {
-            put(0xE0 | code_point >> 12);
-        } else {
-            put(0xF0 | code_point >> 18);
-            put(0x80 | (code_point >> 12 & 0x3F));
-        }
-        put(0x80 | (code_point >> 6 & 0x3F));
-    }
-    put(0x80 | (code_point & 0x3F));
     return out;
 }
 

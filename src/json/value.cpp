@@ -12,8 +12,8 @@ namespace quorvane {
 namespace {
 
 constexpr JsonNode kNullNode{};
-constexpr JsonNode kTrueNode{JsonKind::kBoolean, true, 0, {}};
-constexpr JsonNode kFalseNode{JsonKind::kBoolean, false, 0, {}};
+constexpr JsonNode kTrueNode = boolean_node(true);
+constexpr JsonNode kFalseNode = boolean_node(false);
 
 const JsonNode* node_of_kind(JsonView view, JsonKind kind) {
     const JsonNode* const node = JsonAccess::node(view);
@@ -33,28 +33,18 @@ class Builder {
     // The root of a container that will be filled by the calls below.
     void open() { ++node_; }
 
-    // A scalar, with a copy of its text.
-    void add_text(JsonKind kind, bool flag, std::string_view text) {
-        std::copy(text.begin(), text.end(), text_);
-        std::memset(text_ + text.size(), 0, kTextPadding);
-        *node_++ = text_node(kind, flag, {text_, text.size()});
-        text_ += text.size();
-    }
     void add_string(std::string_view text) {
-        add_text(JsonKind::kString, false, text);
-        // The zeros after the text end the search.
-        node_[-1].flag = scan::skip_text(node_[-1].text) >= text_;
+        const std::string_view kept = add_text(text);
+        *node_++ = text_node(JsonKind::kString, scan::is_plain(kept), kept);
+    }
+    void add_number(std::string_view text, bool is_integer) {
+        *node_++ = text_node(JsonKind::kNumber, is_integer, add_text(text));
     }
 
     // A key or value of another tree, whose blocks the new tree will own.
     void add_reference(JsonView value) {
-        const JsonNode* const target = JsonAccess::node(value);
-        *node_ = *target;
-        if (is_container(*target)) {
-            node_->flag = true;
-            node_->target = target;
-        }
-        ++node_;
+        const JsonNode& node = *JsonAccess::node(value);
+        *node_++ = is_container(node) ? link_node(node) : node;
     }
     void own(JsonValue& value) {
         std::vector<ByteBuffer> blocks = JsonAccess::take_blocks(value);
@@ -71,6 +61,15 @@ class Builder {
     }
 
   private:
+    // Zeros after it: they end every search in it, until the next text takes their place.
+    std::string_view add_text(std::string_view text) {
+        char* const kept = text_;
+        std::copy(text.begin(), text.end(), kept);
+        text_ += text.size();
+        std::memset(text_, 0, kTextPadding);
+        return {kept, text.size()};
+    }
+
     ByteBuffer block_;
     std::vector<ByteBuffer> blocks_;  // Of the values that are referred to.
     JsonNode* root_;
@@ -78,9 +77,9 @@ class Builder {
     char* text_;
 };
 
-JsonValue make_number(bool is_integer, std::string_view text) {
+JsonValue make_number(std::string_view text, bool is_integer) {
     Builder builder(1, text.size());
-    builder.add_text(JsonKind::kNumber, is_integer, text);
+    builder.add_number(text, is_integer);
     return builder.finish();
 }
 
@@ -97,13 +96,13 @@ std::string_view JsonView::text() const {
 
 bool JsonView::boolean() const {
     const JsonNode* const node = node_of_kind(*this, JsonKind::kBoolean);
-    return node != nullptr && node->flag;
+    return node != nullptr && is_true(*node);
 }
 
 JsonNumber JsonView::number() const {
     const JsonNode* const node = node_of_kind(*this, JsonKind::kNumber);
     if (node == nullptr) return {};
-    JsonNumber number{.text = node_text(*node), .is_integer = node->flag};
+    JsonNumber number{.text = node_text(*node), .is_integer = is_integer(*node)};
     const std::optional<std::int64_t> value =
         number.is_integer ? integer_value(number.text) : std::nullopt;
     number.integer = value.value_or(0);
@@ -119,8 +118,8 @@ std::size_t JsonView::size() const {
 
 JsonItems JsonView::items() const {
     JsonItems items;
-    items.left_ = size();
-    if (items.left_ > 0) items.node_ = node_ + 1;
+    items.remaining_ = size();
+    if (items.remaining_ > 0) items.node_ = node_ + 1;
     items.key_nodes_ = is_object() ? 1 : 0;
     return items;
 }
@@ -132,7 +131,7 @@ JsonItem JsonItems::operator*() const {
 
 JsonItems& JsonItems::operator++() {
     node_ = step_over(node_ + key_nodes_);
-    --left_;
+    --remaining_;
     return *this;
 }
 
@@ -151,13 +150,13 @@ JsonValue json_string(std::string_view text) {
     return builder.finish();
 }
 
-JsonValue json_integer(std::int64_t value) { return make_number(true, to_decimal(value)); }
+JsonValue json_integer(std::int64_t value) { return make_number(to_decimal(value), true); }
 
 JsonValue json_number_text(std::string_view text) {
     const char* const end = text.data() + text.size();
-    const NumberScan scan = scan_number(text.data(), end);
-    if (!scan.valid || scan.end != end) return {};
-    return make_number(scan.is_integer, text);
+    const NumberScan literal = scan_number(text.data(), end);
+    if (!literal.valid || literal.end != end) return {};
+    return make_number(text, literal.is_integer);
 }
 
 JsonValue json_array(std::vector<JsonValue> elements) {
@@ -184,6 +183,8 @@ JsonValue json_object(std::vector<std::string_view> keys, std::vector<JsonValue>
     }
     return builder.close(JsonKind::kObject, keys.size());
 }
+
+JsonValue json_borrow(JsonView value) { return JsonAccess::value({}, JsonAccess::node(value)); }
 
 // Looking up.
 
@@ -217,7 +218,8 @@ JsonValue json_without_members(JsonValue object, std::span<const std::string_vie
     builder.open();
     std::size_t kept = 0;
     const JsonNode* key = JsonAccess::node(view) + 1;
-    for (std::size_t left = view.is_object() ? view.size() : 0; left > 0; --left) {
+    std::size_t remaining = view.is_object() ? view.size() : 0;
+    for (; remaining > 0; --remaining) {
         if (std::find(keys.begin(), keys.end(), node_text(*key)) == keys.end()) {
             builder.add_reference(JsonAccess::view(key));
             builder.add_reference(JsonAccess::view(resolve(key + 1)));

@@ -86,12 +86,12 @@ class JsonItems {
     [[nodiscard]] JsonItems end() const { return {}; }
     JsonItem operator*() const;
     JsonItems& operator++();
-    bool operator==(const JsonItems& other) const { return left_ == other.left_; }
+    bool operator==(const JsonItems& other) const { return remaining_ == other.remaining_; }
 
   private:
     friend class JsonView;
     const JsonNode* node_ = nullptr;  // Of the key, in an array of the element.
-    std::size_t left_ = 0;
+    std::size_t remaining_ = 0;
     std::size_t key_nodes_ = 0;  // 1 in an object.
 };
 
@@ -135,8 +135,8 @@ class JsonValue {
 /// are kept.
 [[nodiscard]] JsonValue json_object(std::vector<std::string_view> keys,
                                     std::vector<JsonValue> values);
-/// A tree of its own with the same content; the copy of the absent view is null.
-[[nodiscard]] JsonValue json_copy(JsonView value);
+/// The value itself as part of another tree, where it must outlive that tree; absent is null.
+[[nodiscard]] JsonValue json_borrow(JsonView value);
 
 /// Values as the list that json_array and json_object take, in one expression.
 template <typename... Values>

@@ -85,7 +85,7 @@ char* put_escaped(Writer& writer, char* at, std::string_view text) {
 char* put_string(Writer& writer, char* at, const JsonNode& node) {
     at = writer.spare(at, node.size + kStepBytes);
     *at++ = '"';
-    at = node.flag ? put_text(at, node_text(node)) : put_escaped(writer, at, node_text(node));
+    at = is_plain(node) ? put_text(at, node_text(node)) : put_escaped(writer, at, node_text(node));
     *at++ = '"';
     return at;
 }
@@ -109,18 +109,15 @@ char* put_container(Writer& writer, char* at, const JsonNode& container, std::si
 template <bool kIndented>
 char* put_value(Writer& writer, char* at, const JsonNode& node, std::size_t depth) {
     switch (node.kind) {
-        case JsonKind::kString:
-            return put_string(writer, at, node);
+        case JsonKind::kString: return put_string(writer, at, node);
         case JsonKind::kNumber:
             return put_text(writer.spare(at, node.size + kStepBytes), node_text(node));
         case JsonKind::kArray:
-        case JsonKind::kObject:
-            return put_container<kIndented>(writer, at, *resolve(&node), depth);
+        case JsonKind::kObject: return put_container<kIndented>(writer, at, *resolve(&node), depth);
         case JsonKind::kBoolean:
             at = writer.spare(at, kStepBytes);
-            return node.flag ? put_word(at, "true") : put_word(at, "false");
-        case JsonKind::kNull:
-            break;
+            return is_true(node) ? put_word(at, "true") : put_word(at, "false");
+        case JsonKind::kNull: break;
     }
     return put_word(writer.spare(at, kStepBytes), "null");
 }
@@ -131,7 +128,7 @@ char* put_container(Writer& writer, char* at, const JsonNode& container, std::si
     at = writer.spare(at, kBytesPerNode * container.nodes + kStepBytes);
     *at++ = is_object ? '{' : '[';
     const JsonNode* part = &container + 1;
-    for (std::size_t left = container.size; left > 0; --left) {
+    for (std::size_t remaining = container.size; remaining > 0; --remaining) {
         if (kIndented) at = put_indent(writer, at, depth + 1);
         if (is_object) {
             at = put_string(writer, at, *part++);

@@ -14,11 +14,11 @@
 /// hundred bytes for each level.
 namespace quorvane {
 
-/// The compact text: no blank and no newline outside strings.
+/// The compact text: no whitespace outside strings.
 [[nodiscard]] ByteBuffer write_json(JsonView value);
 
 /// The layout of files that people read: every element and member on a line of its own, indented
-/// by two blanks for each level, ": " after keys; empty containers stay "{}" and "[]".
+/// by two spaces for each level, ": " after keys; empty containers stay "{}" and "[]".
 [[nodiscard]] ByteBuffer write_pretty_json(JsonView value);
 
 }  // namespace quorvane

@@ -2,20 +2,13 @@
 
 #include <string_view>
 
+#include "cli/command_call.h"
 #include "cli/command_model.h"
 
 /// The program's command line: its commands, its options and their texts.
 ///
 /// A command without subcommands has its body in `kCommandBodies` (run_cli.cpp).
 namespace quorvane {
-
-/// The keys under which the values of options are looked up.
-namespace option_key {
-inline constexpr std::string_view kBase = "base";
-inline constexpr std::string_view kNoBrowser = "no-browser";
-inline constexpr std::string_view kProject = "project";
-inline constexpr std::string_view kFile = "file";
-}  // namespace option_key
 
 inline constexpr OptionSpec kProgramOptions[] = {
     value_option(option_key::kBase, "--base-url", "", "URL", "Alternate Quorvane deployment",

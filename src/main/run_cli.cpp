@@ -5,12 +5,9 @@
 #include <string_view>
 
 #include "cli/account_commands.h"
-#include "cli/command_line.h"
 #include "cli/config_commands.h"
 #include "cli/help.h"
 #include "main/command_tree.h"
-#include "session/login.h"
-#include "session/origin.h"
 #include "session/state_files.h"
 #include "support/output.h"
 #include "support/process.h"
@@ -20,43 +17,16 @@
 namespace quorvane {
 namespace {
 
-// What a command's body may need.
-struct Call {
-    const ParseResult& parsed;
-    const ServiceOrigin& origin;
-    unsigned user_umask;
-    std::string_view token;  // Empty for a command that works signed out.
-
-    ConfigTarget config_target() const {
-        return {.project = option_value(parsed, option_key::kProject),
-                .file = option_value(parsed, option_key::kFile)};
-    }
-};
-
 struct CommandBody {
     std::string_view path;  // Canonical names, joined by single spaces.
     bool needs_token;
-    int (*run)(const Call& call);  // Returns the exit status.
+    int (*run)(const CommandCall& call);
 };
 
-int login(const Call& call) {
-    return run_login(call.origin, {.open_browser = !flag_set(call.parsed, option_key::kNoBrowser),
-                                   .user_umask = call.user_umask});
-}
-
 constexpr CommandBody kCommandBodies[] = {
-    {"login", false, login},
-    {"logout", true, [](const Call& call) { return run_logout(call.origin, call.token); }},
-    {"whoami", true, [](const Call& call) { return run_whoami(call.origin, call.token); }},
-    {"projects", true, [](const Call& call) { return run_projects(call.origin, call.token); }},
-    {"config pull", true,
-     [](const Call& call) {
-         return run_config_pull(call.origin, call.token, call.config_target());
-     }},
-    {"config push", true,
-     [](const Call& call) {
-         return run_config_push(call.origin, call.token, call.config_target());
-     }},
+    {"login", false, run_login_command},    {"logout", true, run_logout},
+    {"whoami", true, run_whoami},           {"projects", true, run_projects},
+    {"config pull", true, run_config_pull}, {"config push", true, run_config_push},
 };
 
 constexpr bool is_command(std::string_view path) {
@@ -106,7 +76,7 @@ int run_cli() {
     if (!origin.valid) {
         return fail("Use an HTTPS origin, or http://127.0.0.1:PORT for local development");
     }
-    Call call = {parsed, origin, static_cast<unsigned>(user_umask), {}};
+    CommandCall call = {parsed, origin, static_cast<unsigned>(user_umask)};
     const auto is_meant = [&parsed](const CommandBody& body) {
         return command_is(parsed, body.path);
     };

@@ -28,8 +28,8 @@ HttpRequest make_service_request(std::string_view path, JsonView body, std::stri
 }
 
 ExchangeResult exchange_with(const ServiceOrigin& origin, const HttpRequest& request) {
-    HttpTarget target = {.host_header = origin.host,
-                         .host = origin.host,
+    HttpTarget target = {.host_header = std::string(origin.host),
+                         .host = std::string(origin.host),
                          .max_response_bytes = kMaxResponseBytes,
                          .timeout_ms = kServiceTimeoutMs};
     if (!origin.tls || origin.port != kDefaultTlsPort) {
@@ -45,8 +45,8 @@ ExchangeResult exchange_with(const ServiceOrigin& origin, const HttpRequest& req
 }
 
 std::string unreachable_message(const ServiceOrigin& origin, const ExchangeResult& result) {
-    std::string message = "Cannot reach " + origin.text;
-    message.append(" (HTTP ").append(to_decimal(result.response.status));
+    std::string message = "Cannot reach ";
+    message.append(origin.text).append(" (HTTP ").append(to_decimal(result.response.status));
     message.append(", complete=").append(result.complete ? "true" : "false").append("; ");
     message.append(origin.tls ? last_tls_error() : "HTTP transport").append(")");
     return message;

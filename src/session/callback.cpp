@@ -5,7 +5,11 @@
 #include "support/text.h"
 
 namespace quorvane {
+namespace {
 
+// The raw value of the first query parameter `name`: the text from "name=", at the start of the
+// query or after a "&", to the next "&" or the end.  Nothing is percent-decoded; a missing
+// parameter reads as the empty text.
 std::string_view query_parameter(std::string_view query, std::string_view name) {
     for (const std::string_view parameter : split(query, '&')) {
         const TextSplit value = split_once(parameter, '=');
@@ -13,6 +17,8 @@ std::string_view query_parameter(std::string_view query, std::string_view name) 
     }
     return {};
 }
+
+}  // namespace
 
 std::optional<std::string> judge_callback(std::string_view bytes, std::string_view state,
                                           std::string_view request_identifier) {

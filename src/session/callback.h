@@ -7,11 +7,6 @@
 /// The request that the browser makes when it returns from the sign-in page; no I/O.
 namespace quorvane {
 
-/// The raw value of the first query parameter `name`: the text from "name=", at the start of the
-/// query or after a "&", to the next "&" or the end.  Nothing is percent-decoded.  Empty when there
-/// is none.
-[[nodiscard]] std::string_view query_parameter(std::string_view query, std::string_view name);
-
 /// Judges the bytes of one request to the login listener.  The expected callback has a complete
 /// head, the method "GET", the path "/callback", a "state" parameter that is not empty and equals
 /// `state`, and a "request" parameter that equals `request_identifier`.  Its "code" parameter is

@@ -137,7 +137,7 @@ int run_login(const ServiceOrigin& origin, const LoginOptions& options) {
     const std::optional<JsonValue> started = start_login(origin, verifier, state, listener->port);
     if (!started) return 1;
     const std::string request_identifier(json_get_string(*started, "request"));
-    show_url(origin.text + "/cli/authorize?request=" + request_identifier, options);
+    show_url(std::string(origin.text) + "/cli/authorize?request=" + request_identifier, options);
 
     std::optional<Callback> callback =
         wait_for_callback(listener->fd.get(), state, request_identifier);

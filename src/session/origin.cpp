@@ -14,18 +14,11 @@ constexpr bool is_authority_byte(char byte) {
            byte == ':';
 }
 
-// A ServiceOrigin that refers to its text, so that the compiler can judge the default one.
-struct OriginView {
-    std::string_view host;
-    std::int32_t port = -1;
-    bool tls = false;
-    bool valid = false;
-};
-
-constexpr OriginView judge_origin(std::string_view text) {
+constexpr ServiceOrigin read_origin(std::string_view text) {
     constexpr std::string_view kSecure = "https://";
     constexpr std::string_view kPlain = "http://";
-    OriginView origin;
+    ServiceOrigin origin;
+    origin.text = text;
     std::string_view rest;
     if (text.starts_with(kSecure)) {
         origin.tls = true;
@@ -49,16 +42,13 @@ constexpr OriginView judge_origin(std::string_view text) {
     return origin;
 }
 
-static_assert(judge_origin(QUORVANE_DEFAULT_ORIGIN).valid,
+static_assert(read_origin(QUORVANE_DEFAULT_ORIGIN).valid,
               "QUORVANE_DEFAULT_ORIGIN must be an HTTPS origin such as https://host or "
               "https://host:8443, without a path or a slash at its end, or http://127.0.0.1:PORT "
               "for local development.");
 
 }  // namespace
 
-ServiceOrigin parse_service_origin(std::string_view text) {
-    const OriginView origin = judge_origin(text);
-    return {std::string(text), std::string(origin.host), origin.port, origin.tls, origin.valid};
-}
+ServiceOrigin parse_service_origin(std::string_view text) { return read_origin(text); }
 
 }  // namespace quorvane

@@ -12,12 +12,12 @@ void ByteBuffer::grow(std::size_t size) {
     constexpr std::size_t kLargeBytes = std::size_t{512} << 10;
     constexpr std::size_t kReservedBytes = std::size_t{16} << 20;
 
-    if (size > kMemoryCeilingBytes - block_.end) fail_memory_limit();  // Before the sum could wrap.
+    if (size > kMemoryCeilingBytes - block_.end) fatal_memory_limit();  // Before the sum can wrap.
     const std::size_t wanted = block_.end + size + kPaddingBytes;
     std::size_t capacity = std::max(wanted, block_.capacity + block_.capacity / 2);
-    if (block_.capacity > 0 && std::max(wanted, 4 * block_.capacity) >= kLargeBytes) {
-        capacity = std::max(capacity, kReservedBytes);
-    }
+    const bool grows_again = block_.capacity > 0;
+    const bool large = wanted >= kLargeBytes || block_.capacity >= kLargeBytes / 4;
+    if (grows_again && large) capacity = std::max(capacity, kReservedBytes);
     auto* const bytes = static_cast<char*>(allocate(capacity));
     if (block_.bytes != nullptr) {
         std::memcpy(bytes + block_.begin, block_.bytes + block_.begin, this->size());

@@ -15,20 +15,26 @@ namespace {
 // Invariant: never above kMemoryCeilingBytes, so that a subtraction from it cannot wrap.
 std::size_t bytes_in_use = 0;
 
+// A block of at least the first size consists of complete huge pages, if the system has them: the
+// first touch of their bytes then costs a quarter of that of small pages.
+constexpr std::size_t kHugeBlockBytes = std::size_t{4} << 20;
+constexpr std::size_t kHugePageBytes = std::size_t{2} << 20;
+
 void* allocate_aligned(std::size_t size, std::size_t alignment) noexcept {
     const bool huge = size >= kHugeBlockBytes && size <= kMemoryCeilingBytes;
     if (huge) {
         alignment = std::max(alignment, kHugePageBytes);
         size = (size + kHugePageBytes - 1) / kHugePageBytes * kHugePageBytes;
     }
-    if (size > kMemoryCeilingBytes - bytes_in_use) fail_memory_limit();
+    if (size > kMemoryCeilingBytes - bytes_in_use) fatal_memory_limit();
     void* block = nullptr;
-    if (posix_memalign(&block, alignment, std::max<std::size_t>(size, 1)) != 0) fail_memory_limit();
+    if (posix_memalign(&block, alignment, std::max<std::size_t>(size, 1)) != 0)
+        fatal_memory_limit();
     // Advice only: a kernel without huge pages answers with an error that changes nothing.
     if (huge) kernel::madvise(block, size, MADV_HUGEPAGE);
     // The allocator may hand out more than was asked for; what it handed out is what counts.
     const std::size_t usable_size = malloc_usable_size(block);
-    if (usable_size > kMemoryCeilingBytes - bytes_in_use) fail_memory_limit();
+    if (usable_size > kMemoryCeilingBytes - bytes_in_use) fatal_memory_limit();
     bytes_in_use += usable_size;
     return block;
 }
@@ -45,7 +51,7 @@ void release(void* block) noexcept {
     std::free(block);
 }
 
-void fail_memory_limit() noexcept {
+void fatal_memory_limit() noexcept {
     constexpr std::string_view kMessage = "memory limit exceeded\n";
     static_cast<void>(kernel::write(2, kMessage.data(), kMessage.size()));
     std::abort();

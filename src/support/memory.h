@@ -16,11 +16,6 @@ namespace quorvane {
 /// 1 GiB: no input within the limits of the parsers comes near it.
 inline constexpr std::size_t kMemoryCeilingBytes = std::size_t{1} << 30;
 
-/// A block of at least the first size consists of complete huge pages, if the system has them: the
-/// first touch of their bytes then costs a quarter of that of small pages.
-inline constexpr std::size_t kHugeBlockBytes = std::size_t{4} << 20;
-inline constexpr std::size_t kHugePageBytes = std::size_t{2} << 20;
-
 /// A block of at least `size` bytes, aligned for any scalar type, its contents indeterminate.
 /// Memory that is never touched costs nothing.
 [[nodiscard]] void* allocate(std::size_t size) noexcept;
@@ -29,7 +24,7 @@ inline constexpr std::size_t kHugePageBytes = std::size_t{2} << 20;
 void release(void* block) noexcept;
 
 /// Ends the process as an allocation beyond the ceiling does.
-[[noreturn]] void fail_memory_limit() noexcept;
+[[noreturn]] void fatal_memory_limit() noexcept;
 
 /// Bytes counted at the moment.
 [[nodiscard]] std::size_t memory_in_use() noexcept;

@@ -45,18 +45,11 @@ volatile unsigned long size = 64;
 }  // namespace
 int main(int, char** words) {
     switch (words[1][0]) {
-        case 'o':
-            return overflow() == 0;
-        case 'b':
-            return bounds() == 0;
-        case 'e':
-            return element() == 0;
-        case 'f':
-            return fortified();
-        case 's':
-            return smashed();
-        default:
-            dirty();
-            return dirt();
+        case 'o': return overflow() == 0;
+        case 'b': return bounds() == 0;
+        case 'e': return element() == 0;
+        case 'f': return fortified();
+        case 's': return smashed();
+        default: dirty(); return dirt();
     }
 }

@@ -69,7 +69,7 @@ TEST(JsonView, AnswersEveryQuestionOfEveryKind) {
         EXPECT_EQ(element.boolean(), element.is_boolean());
         EXPECT_EQ(json_member(element, "k").size(), element.is_object() ? 2 : 0);
     }
-    EXPECT_EQ(kinds + compact(JsonView()) + compact(json_copy(JsonView())), "123450nullnull");
+    EXPECT_EQ(kinds + compact(JsonView()) + compact(json_borrow(JsonView())), "123450nullnull");
 }
 
 TEST(JsonValue, ComposesAndTakesApart) {
@@ -89,7 +89,7 @@ TEST(JsonValue, ComposesAndTakesApart) {
     EXPECT_EQ(json_get_string(value, "t"), "");
 
     // Taken out, put in, and taken out again.
-    const JsonValue copy = json_copy(json_member(value, "config"));
+    const JsonValue copy = json_borrow(json_member(value, "config"));
     JsonValue again = json_array(json_values(json_take_member(std::move(value), "config")));
     EXPECT_EQ(compact(again), "[" + compact(copy) + "]");
     again = json_object({"k", "id"}, json_values(std::move(again), json_null()));

@@ -12,7 +12,8 @@ std::string parts_of(std::string_view text) {
     const ServiceOrigin origin = parse_service_origin(text);
     EXPECT_EQ(origin.text, text);
     if (!origin.valid) return "";
-    return (origin.tls ? "tls " : "") + origin.host + " " + std::to_string(origin.port);
+    return (origin.tls ? "tls " : "") + std::string(origin.host) + " " +
+           std::to_string(origin.port);
 }
 
 TEST(ParseServiceOrigin, TakesBareOriginsOnly) {
