@@ -122,9 +122,8 @@ class Completions(Rows):
     def test_lines(self) -> None:
         projects = {"prj-one", "prj-two"}
         lines = (
-            Line("", {"login", "logout", "whoami", "projects", "config"}),
-            Line("config pull --", {"--base-url", "--file", "--help", "--project", "--version"}),
             Line("logout -", {"--base-url", "--help", "--version", "-h", "-V"}),
+            Line("config pull --f", {"--file"}),
             Line("--base-url config lo", {"login", "logout"}),
             Line("login --n", {"--no-browser"}),
             Line("whoami --p", set()),
