@@ -20,26 +20,32 @@ from selenium.webdriver.common.keys import Keys
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 
+from laboratory import ROOT  # noqa: E402
 from laboratory.home import Home, bad, finish, good  # noqa: E402
 from laboratory.network import require_privacy  # noqa: E402
 from laboratory.peers import TIME_LIMIT_S  # noqa: E402
-from quorvane_dev.front import Front  # noqa: E402
-from quorvane_dev.server import Service  # noqa: E402
 
 AUTHORIZE = "button[value=authorize]"
 ARGUMENTS = ("headless no-sandbox disable-gpu disable-quic no-first-run disable-sync"
              " disable-background-networking disable-component-update").split()
 COUNT = 4
-FRONT: Front
-SERVICE: Service
+ORIGINS: tuple[str, str]
+TRUST_FILE: Path
 BROWSER: Chrome
+
+
+def serve(stack: contextlib.ExitStack, *words: str | Path) -> str:
+    """Starts a server; returns its origin, which ends its first line."""
+    server = stack.enter_context(subprocess.Popen(words, stdout=subprocess.PIPE, text=True))
+    stack.callback(server.terminate)
+    return str(server.stdout.readline().split()[-1]) if server.stdout else ""
 
 
 def start_browser(home: Path) -> Chrome:
     """A browser with a new profile that trusts the front's authority."""
     store = home / ".pki/nssdb"
     store.mkdir(parents=True)
-    for words in ("-N --empty-password", f"-A -n ca -t C,, -i {FRONT.trust_file}"):
+    for words in ("-N --empty-password", f"-A -n ca -t C,, -i {TRUST_FILE}"):
         subprocess.run(["certutil", "-d", f"sql:{store}", *words.split()], check=True,
                        stdin=subprocess.DEVNULL)
     options = ChromeOptions()
@@ -69,7 +75,7 @@ class Login(Home):
 
     def __enter__(self) -> "Login":
         self.credential().unlink()
-        self.environment["SSL_CERT_FILE"] = str(FRONT.trust_file)
+        self.environment["SSL_CERT_FILE"] = str(TRUST_FILE)
         self.equip("xdg-open", f'#!/bin/sh\nprintf %s "$1" >{self.path}/new\n'
                                f'/bin/mv {self.path}/new {self.path}/url\n')
         BROWSER.execute_cdp_cmd("Network.clearBrowserCookies", {})
@@ -119,7 +125,7 @@ class SignIn(unittest.TestCase):
                 "Run quorvane login first"))
 
     def test_sign_ins(self) -> None:
-        for origin in (SERVICE.origin, FRONT.origin):
+        for origin in ORIGINS:
             for way in (*WAYS, *[APPROVE] * (COUNT // 2)):
                 self.sign_in(way, origin)
 
@@ -133,7 +139,9 @@ if __name__ == "__main__":
     COUNT, Home.program = options.count, options.program.resolve()
     with contextlib.ExitStack() as stack:
         folder = stack.enter_context(Home()).path
-        SERVICE = stack.enter_context(Service(names=["quorvane.test"]))
-        FRONT = stack.enter_context(Front(folder, "quorvane.test", SERVICE.port))
+        TRUST_FILE = folder / "ca.pem"
+        plain = serve(stack, ROOT / "dev/quorvane-service", "--name", "quorvane.test")
+        port = plain.rpartition(":")[2]
+        ORIGINS = plain, serve(stack, ROOT / "dev/front", folder, "quorvane.test", port)
         BROWSER = stack.enter_context(start_browser(folder / "home"))
         unittest.main(argv=[sys.argv[0], *rest])
