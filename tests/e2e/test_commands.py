@@ -4,14 +4,17 @@
 
 import json
 import os
+import signal
 import time
+import unittest
 from collections.abc import Callable
 from functools import partial
 from pathlib import Path
 
-from laboratory.home import FOLDER, File, Result, Scene, bad, good, private, shell
+from laboratory.home import (FOLDER, File, Result, Scene, bad, difference, good, private,
+                             shell)
 from laboratory.peers import answer, reply, reset, until_gone
-from laboratory.rows import Row, Rows
+from laboratory.rows import Row, Rows, same
 
 EMAIL = {"account": {"canonical_email": "ada@example.org"}}
 ADA = good("ada@example.org\n")
@@ -140,6 +143,20 @@ class Pull(Rows):
             pull("folder for the metadata", prepare=copy(then=instead(META, Path.mkdir)),
                  expect=bad("Cannot write revision metadata"),
                  changed={f"work/{FILE}": NEW[f"work/{FILE}"]}))
+
+    @unittest.skipUnless(os.environ["QUORVANE_MEMORY_CEILING"] == "ON", "built without a ceiling")
+    def test_memory_runs_out(self) -> None:
+        """Wherever it does, no file has changed."""
+        large = reply(answer({"project": {"config": {"a": 1}, "revision": [0] * 300_000}}))
+        ends = set()
+        for size in range(20, 140, 10):
+            with Scene(large) as scene:
+                copy()(scene)
+                before = scene.files()
+                result = scene.run("config", "pull", "-p", "p", wrapper=shell(
+                    f'ulimit -c 0; ulimit -v {size}000; exec "$@"'))
+                ends.add((result.status, len(difference(before, scene.files()))))
+        same("status and number of changed files", ends, {(-signal.SIGABRT, 0), (0, 2)})
 
 
 class Push(Rows):

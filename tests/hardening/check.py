@@ -1,16 +1,11 @@
-"""Fails when the built program lacks one of its defences.
-
-    scripts/check-hardening [PROGRAM]
-
-Most is read from the program itself.  What it cannot show (that nothing in it happens to need a
-defence is no proof that it is on) is shown by a probe, compiled with the very options that stand in
-compile_commands.json beside the program: it does the wrong thing, and has to die of it.
-
-For a program of another machine OBJDUMP names its disassembler and EMULATOR the command that runs
-its programs.
-"""
-
-from __future__ import annotations
+"""Fails when the built program lacks one of its defences."""
+# scripts/check-hardening [PROGRAM]
+#
+# Most is read from the program itself.  What it cannot show (that nothing in it happens to need a
+# defence is no proof that it is on) is shown by a probe, compiled with the very options that stand
+# in compile_commands.json beside the program and linked with its fault handler: it does the wrong
+# thing, and has to die of it.  For a program of another machine OBJDUMP names its disassembler and
+# EMULATOR the command that runs its programs.
 
 import json
 import os
@@ -20,155 +15,80 @@ import signal
 import subprocess
 import sys
 import tempfile
-from collections.abc import Callable, Iterator
+from collections.abc import Iterator
 from pathlib import Path
-from typing import NamedTuple
 
 ROOT = Path(__file__).resolve().parents[2]
-NEEDED = re.compile(r"libc\.so\.6|ld-linux.*|libssl\.so\.3|libcrypto\.so\.3")
+X86, ARM, EVERY = "X86-64", "AArch64", ""
 
-
-class Program(NamedTuple):
-    """The output of several tools about the built file."""
-
-    machine: str
-    kind: str
-    segments: str
-    dynamic: str
-    notes: str
-    symbols: str
-    code: dict[int, str]
-    """Instructions by address, without their operands' symbols."""
-
-
-def run(*command: str) -> str:
-    """A tool's output."""
-    return subprocess.run(command, check=True, capture_output=True, text=True).stdout
-
-
-def inspect(path: Path) -> Program:
-    """Reads the program."""
-    header = run("readelf", "-hW", str(path))
-    code = {}
-    for line in run(os.environ.get("OBJDUMP", "objdump"), "-d", "--no-show-raw-insn", str(path)).splitlines():
-        if found := re.match(r"\s*([0-9a-f]+):\t(.*)", line):
-            code[int(found[1], 16)] = found[2].strip()
-    machine = re.search(r"Machine: +(.*)", header)
-    kind = re.search(r"Type: +(\S+)", header)
-    return Program(machine[1] if machine else "", kind[1] if kind else "",
-                   run("readelf", "-lW", str(path)), run("readelf", "-dW", str(path)),
-                   run("readelf", "-nW", str(path)), run("readelf", "-sW", str(path)), code)
-
-
-def traps_after_overflow(program: Program) -> bool:
-    """A jump on overflow that leads to a trap."""
-    traps = {address for address, text in program.code.items() if re.match(r"ud[12]|brk", text)}
-    for text in program.code.values():
-        found = re.match(r"(?:jo|b\.vs)\s+([0-9a-f]+)", text)
-        if found and int(found[1], 16) in traps:
-            return True
-    return False
-
-
-def own_entries(program: Program) -> list[str]:
-    """The first instruction of each of our functions that can be called through a pointer."""
-    found = re.findall(r"([0-9a-f]{16}) +\d+ FUNC +(?:GLOBAL|WEAK) +\w+ +\d+ +_ZN\w*8quorvane",
-                       program.symbols)
-    return [program.code.get(int(address, 16), "") for address in found]
-
-
-def probes_large_frames(program: Program) -> bool:
-    """Each page of stack is touched when it is allocated."""
-    code = list(program.code.values())
-    return any(re.match(r"sub\s+\$0x1000,%rsp", text)
-               and any(re.match(r"(?:or|mov)[bq]?\s+\$0x0,", later) for later in code[at + 1:at + 3])
-               for at, text in enumerate(code))
-
-
-def needed(program: Program) -> list[str]:
-    """The libraries that the loader has to find."""
-    return re.findall(r"\(NEEDED\).*\[(.*)\]", program.dynamic)
-
-
-X86 = "X86-64"
-ARM = "AArch64"
-
-CHECKS: tuple[tuple[str, str, Callable[[Program], bool]], ...] = (
-    # The defence, its machine ("" for every one), and how to detect it.
-    ("position-independent executable", "",
-     lambda it: it.kind == "DYN" and " PIE" in it.dynamic),
-    ("read-only relocations", "", lambda it: "GNU_RELRO" in it.segments),
-    ("no lazy binding", "", lambda it: "BIND_NOW" in it.dynamic),
-    ("no executable stack", "", lambda it: bool(re.search(r"GNU_STACK .* RW +0x", it.segments))),
-    ("nothing both writable and executable", "",
-     lambda it: not re.search(r"^ +LOAD .* RWE ", it.segments, re.MULTILINE)),
-    ("no RPATH or RUNPATH", "", lambda it: not re.search(r"\((RPATH|RUNPATH)\)", it.dynamic)),
-    ("only the libraries agreed on", "",
-     lambda it: all(NEEDED.fullmatch(name) for name in needed(it))),
-    ("stack protector", "", lambda it: "__stack_chk_fail" in it.symbols),
+CHECKS: tuple[tuple[str, str, bool, str], ...] = (
+    # The defence, its machine, and what the tools print with it, or (False) without it.
+    ("position-independent executable", EVERY, True, r"Type: +DYN[\s\S]* PIE"),
+    ("read-only relocations", EVERY, True, "GNU_RELRO"),
+    ("no lazy binding", EVERY, True, "BIND_NOW"),
+    ("no executable stack", EVERY, True, r"GNU_STACK .* RW +0x"),
+    ("nothing both writable and executable", EVERY, False, r"\n +LOAD .* RWE "),
+    ("no RPATH or RUNPATH", EVERY, False, r"\((RPATH|RUNPATH)\)"),
+    ("only the libraries agreed on", EVERY, False,
+     r"\(NEEDED\).*\[(?!libc\.so\.6\]|ld-linux|libssl\.so\.3\]|libcrypto\.so\.3\])"),
+    ("stack protector", EVERY, True, "__stack_chk_fail"),
     # On arm64 a frame is touched from 64 KiB on, and the program has none so large.
-    ("stack clash protection", X86, probes_large_frames),
-    ("traps on signed overflow", "", traps_after_overflow),
-    ("shadow stack mark", X86, lambda it: "SHSTK" in it.notes),
-    ("landing pads (IBT) at our functions", X86,
-     lambda it: len(own_entries(it)) > 100 and all(text.startswith("endbr64")
-                                                   for text in own_entries(it) if text)),
-    ("landing pads (BTI) or signed returns (PAC) at our functions", ARM,
-     lambda it: len(own_entries(it)) > 100 and all(re.match(r"bti|paciasp|hint", text)
-                                                   for text in own_entries(it) if text)),
-    ("signed returns (PAC)", ARM,
-     lambda it: any(re.match("paciasp|hint.*0x19", text) for text in it.code.values())),
+    ("stack clash protection", X86, True,
+     r"\tsub +\$0x1000,%rsp\n(.*\n)?.*\t(or|mov)[bq]? +\$0x0,"),
+    ("shadow stack mark", X86, True, "SHSTK"),
+    ("signed returns (PAC)", ARM, True, "paciasp|hint.*0x19"),
 )
+ENTRIES = {X86: "endbr64", ARM: "bti|paciasp|hint"}
+"""Landing pads: how each of our functions begins that can be called through a pointer."""
 
-TRAP = (-signal.SIGILL, -signal.SIGTRAP)
+DIES = (-signal.SIGILL, -signal.SIGTRAP)
 PROBES = (
-    ("signed overflow ends the process", "overflow", TRAP),
-    ("an index out of an array ends the process", "bounds", TRAP),
-    ("an index out of a vector ends the process", "element", (-signal.SIGABRT,)),
+    ("signed overflow ends the process", "overflow", DIES),
+    ("an index out of an array ends the process", "bounds", DIES),
+    ("an index out of a vector ends the process in silence", "element", DIES),
     ("_FORTIFY_SOURCE=3 stops a write past a heap block", "fortified", (-signal.SIGABRT,)),
     ("a smashed stack ends the process", "smashed", (-signal.SIGABRT,)),
     ("variables begin as zero", "zero", (0,)),
 )
 
 
-def compile_probe(build: Path, folder: Path) -> str:
-    """Builds the probe as our own files are built; raises the compiler's message if that fails."""
+def read_program(path: Path) -> Iterator[tuple[str, bool]]:
+    """What the program shows."""
+    text = "".join(subprocess.check_output([*command, path], text=True) for command in (
+        ["readelf", "-hldnsW"], [os.environ.get("OBJDUMP", "objdump"), "-d", "--no-show-raw-insn"]))
+    machine = re.search(r"Machine: .*(X86-64|AArch64)", text)
+    for what, where, wanted, pattern in CHECKS:
+        if where in (EVERY, machine and machine[1]):
+            yield what, bool(re.search(pattern, text)) == wanted
+    traps = re.findall(r"\n +([0-9a-f]+):\t(?:ud[12]|brk)", text)
+    yield "traps on signed overflow", not {*traps}.isdisjoint(
+        re.findall(r"\t(?:jo|b\.vs) +([0-9a-f]+)", text))
+    entries = re.findall(r" <_ZN\w*8quorvane(?!12_GLOBAL__N|L|\w*UlvE_)\w+>:\n.*\t(\S+)", text)
+    yield "landing pads at our functions", len(entries) > 100 and all(
+        re.match(ENTRIES[machine[1] if machine else ""], entry) for entry in entries)
+
+
+def try_probe(build: Path) -> Iterator[tuple[str, bool]]:
+    """What the options do."""
     commands = json.loads((build / "compile_commands.json").read_text())
     words = shlex.split(next(entry["command"] for entry in commands
                              if entry["file"].endswith("src/support/files.cpp")))
-    words = words[:words.index("-o")] + ["-w"]
-    source = ROOT / "tests/hardening/probe.cpp"
-    built = subprocess.run([*words, str(source), "-o", str(folder / "probe")], cwd=build,
-                           capture_output=True, text=True, check=False)
-    return built.stderr
-
-
-def check_probes(build: Path) -> Iterator[tuple[str, bool]]:
-    """What the options do."""
-    with tempfile.TemporaryDirectory(prefix="quorvane-hardening-") as name:
-        complaint = compile_probe(build, Path(name))
-        if complaint:
-            print(complaint)
-        yield "the probe is built", not complaint
-        for what, word, statuses in PROBES:
-            if not complaint:
-                emulator = os.environ.get("EMULATOR", "").split()
-                ended = subprocess.run([*emulator, f"{name}/probe", word], capture_output=True,
-                                       check=False)
-                yield what, ended.returncode in statuses
-
-
-def main() -> int:
-    """Checks; returns 0 if no defence is missing."""
-    path = Path(sys.argv[1] if len(sys.argv) > 1 else ROOT / "build/release/quorvane").resolve()
-    program = inspect(path)
-    results = [(what, holds(program)) for what, machine, holds in CHECKS
-               if machine in program.machine]
-    results += check_probes(path.parent)
-    for what, holds in results:
-        print(f"{'ok     ' if holds else 'MISSING'}  {what}")
-    return 0 if all(holds for _, holds in results) else 1
+    with tempfile.TemporaryDirectory(prefix="quorvane-hardening-") as folder:
+        probe = f"{folder}/probe"
+        built = subprocess.run([
+            *words[:words.index("-o")], "-w", ROOT / "tests/hardening/probe.cpp",
+            ROOT / "src/support/fault.cpp", "-o", probe], cwd=build, check=False)
+        yield "the probe is built", built.returncode == 0
+        for what, word, statuses in PROBES * (built.returncode == 0):
+            ended = subprocess.run([*os.environ.get("EMULATOR", "").split(), probe, word],
+                                   capture_output=True, check=False)
+            silent = word != "element" or ended.stdout + ended.stderr == b""
+            yield what, ended.returncode in statuses and silent
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    program = Path(sys.argv[1] if len(sys.argv) > 1 else ROOT / "build/release/quorvane").resolve()
+    results = [*read_program(program), *try_probe(program.parent)]
+    for defence, holds in results:
+        print(f"{'ok     ' if holds else 'MISSING'}  {defence}")
+    sys.exit(0 if all(holds for _, holds in results) else 1)

@@ -1,5 +1,4 @@
 // Does one wrong thing, named by its first argument, and has to die of it.
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -17,17 +16,12 @@ volatile unsigned long size = 64;
 [[gnu::noinline]] int dirt() {
     volatile char bytes[512];
     int sum = 0;
-    for (int i = 0; i < 512; ++i) sum |= bytes[i];
+    for (volatile char& byte : bytes) sum |= byte;
     return sum;
 }
-[[gnu::noinline]] int overflow() { return 2147483647 + one; }
 [[gnu::noinline]] int bounds() {
     int table[4] = {one, 2, 3, 4};
     return table[size / 8];
-}
-[[gnu::noinline]] int element() {
-    std::vector<int> list(3);
-    return list[size];
 }
 [[gnu::noinline]] int fortified() {
     char* block = static_cast<char*>(std::malloc(size / 2));
@@ -44,12 +38,13 @@ volatile unsigned long size = 64;
 }
 }  // namespace
 int main(int, char** words) {
-    switch (words[1][0]) {
-        case 'o': return overflow() == 0;
-        case 'b': return bounds() == 0;
-        case 'e': return element() == 0;
-        case 'f': return fortified();
-        case 's': return smashed();
-        default: dirty(); return dirt();
-    }
+    std::vector<int> list(3);
+    const char what = words[1][0];
+    if (what == 'o') return (2147483647 + one) == 0;
+    if (what == 'b') return bounds();
+    if (what == 'e') return list[size];
+    if (what == 'f') return fortified();
+    if (what == 's') return smashed();
+    dirty();
+    return dirt();
 }

@@ -3,6 +3,7 @@
 # program.  How datagrams and responses are read is the unit tests'.
 
 import os
+import signal
 import socket
 import subprocess
 import tempfile
@@ -15,7 +16,7 @@ from laboratory.home import Home
 from laboratory.network import RESOLVER_FILE, Authority, replace, serving
 from laboratory.peers import (NameServer, Peer, Script, address, answer, chunked, dns_reply, reply, reset,
                               until_gone, until_over)
-from laboratory.rows import Rows
+from laboratory.rows import Rows, same
 
 PROBE = os.environ["PROBE"]
 MAXIMUM = 8_388_608
@@ -288,6 +289,23 @@ class Stages(Rows):
             with self.subTest(name), listening(reply(length(b"ok")), name=name) as peer:
                 self.assertEqual(self.tls("127.0.0.1", peer.port),
                                  COMPLETE if name in ("good", "chained") else stage("handshake"))
+
+    def test_a_process_that_is_stopped_again_and_again(self) -> None:
+        """Its waits are counted by the clock (signal(7): being continued interrupts them)."""
+        def check(row: Exchange) -> None:
+            with listening(row.script, row.kind == "tls") as peer:
+                began = time.monotonic()
+                words = ("tls", "127.0.0.1", str(peer.port), str(row.limit_ms), "100")
+                with subprocess.Popen([PROBE, *words], stdout=subprocess.DEVNULL, env={
+                        **os.environ, "SSL_CERT_FILE": str(AUTHORITY.trust_file)}) as process:
+                    while process.poll() is None and time.monotonic() < began + 6:
+                        time.sleep(0.5)
+                        process.send_signal(signal.SIGSTOP)
+                        process.send_signal(signal.SIGCONT)
+                    process.kill()
+                same("whether it ended in time", 1.4 < time.monotonic() - began < 5, True)
+        self.each((Exchange("handshake", (until_gone,), "", limit_ms=1500),
+                   Exchange("response", reply(until_gone), "", kind="tls", limit_ms=1500)), check)
 
     def test_handshakes_that_fail(self) -> None:
         for name, script in (
