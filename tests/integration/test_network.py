@@ -12,6 +12,7 @@ from collections.abc import Callable
 from pathlib import Path
 from typing import Any, NamedTuple
 
+from laboratory import ROOT
 from laboratory.home import Home
 from laboratory.network import RESOLVER_FILE, Authority, replace, serving
 from laboratory.peers import (NameServer, Peer, Script, address, answer, chunked, dns_reply, reply, reset,
@@ -347,19 +348,23 @@ class Store(NamedTuple):
     uses: str = AS_EVER
     expect: str = COMPLETE
     environment: dict[str, str] = {}
+    doctor: str = ""
+    """Some of what quorvane-doctor says of it."""
 
 
 STORES = (
-    Store("in both", "both ca", FOLDER_ALONE),
-    Store("only in the file", "file ca"),
+    Store("in both", "both ca", FOLDER_ALONE,
+          doctor=f"the folder {OPENSSL_FOLDER}/certs, 2 certificates by hash"),
+    Store("only in the file", "file ca", doctor="because the folder lacks 1 of its 2 certificates"),
     Store("only in the folder", 'link ca "$(hash ca).0"', FOLDER_ALONE),
-    Store("file changed after the folder", "file ca; link ca 00000000.0; touch -d tomorrow cert.pem"),
+    Store("file changed after the folder", "file ca; link ca 00000000.0; touch -d tomorrow cert.pem",
+          doctor="because something was changed after the folder"),
     Store("certificate changed after the folder",
           "both ca; cp twin.pem ca.pem; touch -d tomorrow ca.pem"),
     Store("only in the file, and one only in the folder", "file ca; link longer 00000000.0"),
     Store("link that leads nowhere", "file ca; link none 00000000.0"),
-    Store("second link to another one", "file ca; link other 00000000.0"),
-    Store("not for everybody to read", "both ca; chmod 600 ca.pem"),
+    Store("second link to another one", "file ca; link other 00000000.0", doctor="lacks 1 of its 2"),
+    Store("not for everybody to read", "both ca; chmod 600 ca.pem", doctor="lacks 1 of its 2"),
     Store("names that are no hashes", "file ca; link ca CA000000.0"),
     Store("second of a subject", "both twin; both ca 1", FOLDER_ALONE),
     Store("second of a subject, the first leads nowhere",
@@ -371,7 +376,7 @@ STORES = (
     Store("stray BEGIN in the text", "sed -i 's/^text/-----BEGIN/' ca.pem; both ca", FOLDER_ALONE),
     Store("text only in the file",
           "both ca; sed -i /^text/d ca.pem other.pem; sed -i 's/^text.*/# name/' cert.pem",
-          FOLDER_ALONE),
+          FOLDER_ALONE, doctor="2 certificates by hash"),
     Store("nothing but BEGIN", "yes -- '-----BEGIN X-----' | head -c 8000000 >>cert.pem; both ca"),
     Store("file too large", "both ca; yes | head -c 8388608 >>cert.pem"),
     Store("file empty", 'link ca "$(hash ca).0"; : >cert.pem'),
@@ -417,6 +422,10 @@ class Trust(Rows):
                     self.assertEqual(probe("trust", **variables)[0], row.uses)
                     got = probe("tls", "127.0.0.1", peer.port, 9000, MAXIMUM, **variables)[0]
                     self.assertEqual(got, row.expect)
+                    if row.doctor:
+                        self.assertIn(row.doctor, subprocess.run(
+                            ["sh", ROOT / "packaging/quorvane-doctor", "--base-url="],
+                            env={"PATH": "/usr/bin:/bin"}, capture_output=True, text=True).stdout)
 
     def test_the_opener_sees_only_what_the_user_set(self) -> None:
         self.prepare("both ca")

@@ -70,3 +70,12 @@ class Documents(unittest.TestCase):
             self.assertEqual([text for text in texts if f"\n{text}" not in page], [])
         self.assertEqual([message.text for message in DOCUMENTED.messages if
                           message.where.startswith("stderr") and message.text not in page], [])
+
+    def test_places_of_certificates(self) -> None:
+        places = re.findall(r'^\{"(.*?)", "(.*?)"\},',
+                            (ROOT / "src/session/trust_places.inc").read_text(), re.M)
+        self.assertIn("".join(("<<PLACES\n", *(" ".join(place).strip() + "\n" for place in places),
+                               "PLACES\n")), (ROOT / "packaging/quorvane-doctor").read_text())
+        told = re.findall(r"^\| `(/.*?)` \| (?:`(/.*?)`)? *\|",
+                          (ROOT / "docs/guides/installing.md").read_text(), re.M)
+        self.assertEqual(told, places)
