@@ -49,8 +49,7 @@ inline std::string_view read_input() {
 }
 
 /// `Tree` is made from the input, then asked to parse it and to write what it has read.
-template <typename Tree>
-[[noreturn]] void measure() {
+template <typename Tree> [[noreturn]] void measure() {
     const std::string_view input = read_input();
     Tree tree(input);
     const double resident = resident_bytes();

@@ -19,8 +19,7 @@ using namespace std::string_literals;
 class Chance {
   public:
     std::size_t below(std::size_t count) { return random_() % count; }
-    template <std::size_t N>
-    std::string pick(const std::array<std::string_view, N>& choices) {
+    template <std::size_t N> std::string pick(const std::array<std::string_view, N>& choices) {
         return std::string(choices[below(N)]);
     }
 

@@ -25,8 +25,8 @@ void print_project(JsonView project) {
 }  // namespace
 
 int run_login_command(const CommandCall& call) {
-    return run_login(call.origin, {.open_browser = !flag_set(call.parsed, option_key::kNoBrowser),
-                                   .user_umask = call.user_umask});
+    const bool open_browser = !flag_set(call.parsed, option_key::kNoBrowser);
+    return run_login(call.origin, open_browser, call.user_umask);
 }
 
 int run_whoami(const CommandCall& call) {

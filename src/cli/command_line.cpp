@@ -42,8 +42,7 @@ ParseResult end_with_error(Walk& walk, std::string message) {
 
 // Calls `visit` with each option in scope: the inherited ones of the commands on the path, then
 // those of the current command.
-template <typename Visit>
-void visit_scope(const Walk& walk, const Visit& visit) {
+template <typename Visit> void visit_scope(const Walk& walk, const Visit& visit) {
     CommandSpec command = root_command(walk.program);
     for (const std::string_view name : walk.result.command_path) {
         for (const OptionSpec& option : command.options) {

@@ -4,8 +4,8 @@
 #include <string>
 #include <utility>
 
-#include "cli/config_files.h"
 #include "json/value.h"
+#include "json/writer.h"
 #include "session/api_client.h"
 #include "session/state_files.h"
 #include "support/atomic_write.h"
@@ -18,6 +18,46 @@ namespace {
 
 // These members of the service's object describe the project and are not configuration.
 constexpr std::string_view kServiceMembers[] = {"id", "publicKey", "name"};
+
+// The revision metadata file is beside the configuration file.
+std::string metadata_path(std::string_view config_path) {
+    return std::string(config_path) + ".sync.json";
+}
+
+// Where a configuration file was pulled from.
+struct SyncMetadata {
+    std::string project_id;
+    std::string base_url;   // The origin's text, exactly as typed.
+    JsonValue revision;     // As the service sent it, whatever its type.
+    bool recorded = false;  // The file has a revision, which may be null.
+};
+
+// Fields keep their defaults when their member is missing or of another type, and all do when the
+// file is missing, unreadable or no JSON object.
+SyncMetadata read_sync_metadata(std::string_view path) {
+    JsonValue stored = read_json_object(path);
+    SyncMetadata metadata;
+    metadata.project_id = json_get_string(stored, "projectId");
+    metadata.base_url = json_get_string(stored, "baseUrl");
+    metadata.recorded = json_has_member(stored, "revision");
+    metadata.revision = json_take_member(std::move(stored), "revision");
+    return metadata;
+}
+
+// Compact, without a line feed.  An absent `revision` is null.
+ByteBuffer sync_metadata_text(std::string_view project_id, std::string_view base_url,
+                              JsonView revision) {
+    return write_json(json_object(
+        {"projectId", "baseUrl", "revision"},
+        json_values(json_string(project_id), json_string(base_url), json_borrow(revision))));
+}
+
+// Indented, for people and their diffs, with one line feed at its end.
+ByteBuffer config_text(JsonView config) {
+    ByteBuffer text = write_pretty_json(config);
+    text.append("\n");
+    return text;
+}
 
 }  // namespace
 

@@ -69,8 +69,7 @@ struct DatagramReader {
 
 DnsAnswer malformed() { return {.error = EBADMSG}; }
 
-template <typename Address>
-Address address_from(std::string_view data) {
+template <typename Address> Address address_from(std::string_view data) {
     Address address;
     std::ranges::copy(data, address.bytes.begin());
     return address;

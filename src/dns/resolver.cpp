@@ -31,17 +31,18 @@ struct DnsQuestion {
 // `error` is negated, as the kernel gives it.
 DnsAnswer query_failed(long error) { return {.error = static_cast<int>(-error)}; }
 
-// RFC 1122 3.2.1.3: 127.0.0.0/8 never leaves this machine.
-bool is_loopback(const sockaddr_in& endpoint) {
-    return ntohl(endpoint.sin_addr.s_addr) >> 24 == 127;
+// RFC 1122 3.2.1.3: 127.0.0.0/8 never leaves this machine, nor does what is sent to 0.0.0.0.
+bool is_local(const sockaddr_in& endpoint) {
+    const std::uint32_t address = ntohl(endpoint.sin_addr.s_addr);
+    return address >> 24 == 127 || address == INADDR_ANY;
 }
 
-// A server that listens on every address of this machine answers from 127.0.0.1, whichever
-// loopback address it was asked at, so all of them are one server.
+// A server that listens on every address of this machine answers from 127.0.0.1, whichever of its
+// local addresses it was asked at, so all of them are one server.
 bool is_from(const sockaddr_in& sender, const sockaddr_in& server) {
     if (sender.sin_family != server.sin_family || sender.sin_port != server.sin_port) return false;
     return sender.sin_addr.s_addr == server.sin_addr.s_addr ||
-           (is_loopback(sender) && is_loopback(server));
+           (is_local(sender) && is_local(server));
 }
 
 DnsAnswer receive_response(int fd, const SocketAddress& server, const DnsQuestion& question) {
@@ -65,16 +66,8 @@ DnsAnswer receive_response(int fd, const SocketAddress& server, const DnsQuestio
     }
 }
 
-// The kernel delivers what is sent to 0.0.0.0 to this machine, and the answer comes from
-// 127.0.0.1.
-std::optional<Ipv4Address> server_address(std::string_view text) {
-    const std::optional<Ipv4Address> address = parse_ipv4(text);
-    if (address && address->bytes == Ipv4Address().bytes) return parse_ipv4(kLoopbackIpv4);
-    return address;
-}
-
 DnsAnswer ask_name_server(DnsQuestion question) {
-    const std::optional<Ipv4Address> address = server_address(question.name_server);
+    const std::optional<Ipv4Address> address = parse_ipv4(question.name_server);
     if (!address) return query_failed(-EINVAL);
     if (question.timeout_ms < 0 || question.timeout_ms > kMaxReadyWaitMs) {
         return query_failed(-EINVAL);

@@ -25,11 +25,8 @@ enum class EndOfReading {
 template <typename Read>
 TransportResult receive_response(std::int64_t max_bytes, EndOfReading end, const Read& read) {
     constexpr std::int64_t kMaxReadBytes = 65'536;
-    constexpr std::size_t kSmallResponseBytes = 16'384;
     TransportResult result;
     result.ok = true;
-    // Spare bytes for the one read that fills most responses, and for the one that meets the end.
-    static_cast<void>(result.bytes.spare(kSmallResponseBytes + std::size_t{kMaxReadBytes}));
     ResponseFraming framing(max_bytes);
     for (;;) {
         const std::int64_t allowed = max_bytes - std::ssize(result.bytes.view());
@@ -41,7 +38,7 @@ TransportResult receive_response(std::int64_t max_bytes, EndOfReading end, const
             return result;
         }
         framing.advance(result.bytes.view());
-        // Spare bytes for all that was announced, and again for the read that meets the end.
+        // Space for all that was announced, and for the read that meets the end.
         if (const std::size_t missing = framing.missing_bytes()) {
             static_cast<void>(result.bytes.spare(missing + std::size_t{kMaxReadBytes}));
         }

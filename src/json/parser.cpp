@@ -237,8 +237,7 @@ Cursor parse_word(Parser& parser, Cursor cursor, std::string_view word, JsonNode
 
 // Values.  Recursion ends at max_depth, 256 at most.
 
-template <JsonKind kKind>
-Cursor parse_container(Parser& parser, Cursor cursor, std::int64_t depth);
+template <JsonKind kKind> Cursor parse_container(Parser& parser, Cursor cursor, std::int64_t depth);
 
 // `cursor.at` is after the whitespace.
 inline Cursor parse_value(Parser& parser, Cursor cursor, std::int64_t depth) {
@@ -275,8 +274,7 @@ inline Cursor parse_key(Parser& parser, Cursor cursor, std::int64_t size, KeySet
 }
 
 // From the end of an element or member to the next one, or to the closing bracket.
-template <JsonKind kKind>
-inline Cursor pass_comma(Parser& parser, Cursor cursor) {
+template <JsonKind kKind> inline Cursor pass_comma(Parser& parser, Cursor cursor) {
     constexpr bool kIsObject = kKind == JsonKind::kObject;
     constexpr char kEnd = kIsObject ? '}' : ']';
     cursor.at = skip_whitespace(cursor.at);

@@ -139,8 +139,7 @@ class JsonValue {
 [[nodiscard]] JsonValue json_borrow(JsonView value);
 
 /// Values as the list that json_array and json_object take, in one expression.
-template <typename... Values>
-[[nodiscard]] std::vector<JsonValue> json_values(Values&&... values) {
+template <typename... Values> [[nodiscard]] std::vector<JsonValue> json_values(Values&&... values) {
     std::vector<JsonValue> list;
     list.reserve(sizeof...(values));
     (list.push_back(std::forward<Values>(values)), ...);

@@ -90,8 +90,7 @@ char* put_string(Writer& writer, char* at, const JsonNode& node) {
     return at;
 }
 
-template <std::size_t N>
-char* put_word(char* at, const char (&word)[N]) {
+template <std::size_t N> char* put_word(char* at, const char (&word)[N]) {
     std::memcpy(at, word, N);
     return at + N - 1;
 }
@@ -146,8 +145,7 @@ char* put_container(Writer& writer, char* at, const JsonNode& container, std::si
     return at;
 }
 
-template <bool kIndented>
-ByteBuffer write_tree(JsonView value) {
+template <bool kIndented> ByteBuffer write_tree(JsonView value) {
     constexpr JsonNode kAbsent{};
     const JsonNode* const node = JsonAccess::node(value);
     Writer writer;

@@ -65,12 +65,6 @@ std::optional<JsonValue> exchange_code(const ServiceOrigin& origin,
     return call_service(origin, "/api/cli/exchange", body);
 }
 
-void show_url(const std::string& url, const LoginOptions& options) {
-    print_line(Stream::kOutput, "Open this URL to authorize the CLI:\n" + url);
-    if (!options.open_browser) return;
-    launch_browser({"xdg-open", url}, options.user_umask);
-}
-
 // Reads one head of at most kMaxHeadBytes.  A wait in which nothing arrives ends the reading, so
 // that the silent extra connection that browsers open costs one second.
 ByteBuffer read_request_head(int fd) {
@@ -126,7 +120,7 @@ std::optional<Callback> wait_for_callback(int listener, std::string_view state,
 
 }  // namespace
 
-int run_login(const ServiceOrigin& origin, const LoginOptions& options) {
+int run_login(const ServiceOrigin& origin, bool open_browser, unsigned user_umask) {
     const std::string verifier = random_token();
     const std::string state = random_token();
     if (verifier.empty() || state.empty()) return fail("Secure randomness unavailable");
@@ -137,7 +131,10 @@ int run_login(const ServiceOrigin& origin, const LoginOptions& options) {
     const std::optional<JsonValue> started = start_login(origin, verifier, state, listener->port);
     if (!started) return 1;
     const std::string request_identifier(json_get_string(*started, "request"));
-    show_url(std::string(origin.text) + "/cli/authorize?request=" + request_identifier, options);
+    std::string url(origin.text);
+    url.append("/cli/authorize?request=").append(request_identifier);
+    print_line(Stream::kOutput, "Open this URL to authorize the CLI:\n" + url);
+    if (open_browser) launch_browser({"xdg-open", url}, user_umask);
 
     std::optional<Callback> callback =
         wait_for_callback(listener->fd.get(), state, request_identifier);

@@ -30,8 +30,7 @@ namespace quorvane::kernel {
 namespace detail {
 
 /// A system call takes machine words: integers are widened by their own signedness.
-template <typename T>
-long as_word(T argument) {
+template <typename T> long as_word(T argument) {
     if constexpr (std::is_pointer_v<T>) {
         return reinterpret_cast<long>(argument);
     } else {
@@ -39,8 +38,7 @@ long as_word(T argument) {
     }
 }
 
-template <typename... Arguments>
-long call(long number, Arguments... arguments) {
+template <typename... Arguments> long call(long number, Arguments... arguments) {
     const long result = ::syscall(number, as_word(arguments)...);
     return result == -1 ? -errno : result;
 }
@@ -49,8 +47,7 @@ long call(long number, Arguments... arguments) {
 
 /// Runs `operation`, which makes its kernel calls through a foreign library.  Returns its value or,
 /// where that is negative, the negated errno value of the call that failed: -EIO if none did.
-template <typename Operation>
-int foreign_call(const Operation& operation) {
+template <typename Operation> int foreign_call(const Operation& operation) {
     errno = 0;
     const int result = operation();
     if (result >= 0) return result;

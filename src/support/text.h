@@ -93,8 +93,7 @@ struct TextPieces {
 }
 
 /// Plain decimal: a leading "-" for negatives, no "+", no leading zeros.
-template <std::integral Integer>
-[[nodiscard]] std::string to_decimal(Integer value) {
+template <std::integral Integer> [[nodiscard]] std::string to_decimal(Integer value) {
     char digits[24];
     const std::to_chars_result end = std::to_chars(digits, digits + sizeof digits, value);
     return {digits, end.ptr};
