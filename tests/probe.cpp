@@ -12,8 +12,6 @@
 //     json BYTES               the document without blanks, or "refused"
 //     sha256 BYTES             the digest
 //     base64url BYTES          the text
-//     query NAME ID TYPE       the DNS query, or "refused"
-//     response BYTES ID        the addresses of a DNS response, or "refused"
 #include <cstdlib>
 #include <iostream>
 #include <sstream>
@@ -21,7 +19,6 @@
 #include <vector>
 
 #include "dns/connect_host.h"
-#include "dns/message.h"
 #include "dns/resolver.h"
 #include "http/exchange.h"
 #include "http/tls.h"
@@ -92,38 +89,15 @@ std::span<const std::uint8_t> as_bytes(std::string_view text) {
     return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
 }
 
-std::string addresses(const DnsAnswer& answer) {
-    if (!answer.ok) return "refused";
-    std::string line;
-    for (const std::string& address : answer.addresses) {
-        line += (line.empty() ? "" : " ") + address;
-    }
-    return line;
-}
-
 std::string answer(std::istream& question) {
     std::string what;
-    std::string bytes;
-    std::uint16_t identifier = 0;
-    std::uint16_t type = 0;
-    question >> what;
-    if (what == "query") {
-        std::string name;
-        question >> name >> identifier >> type;
-        const auto query = build_dns_query(name, identifier, type);
-        return query ? hex_lower(as_bytes(*query)) : "refused";
-    }
-    question >> bytes >> identifier;
-    bytes = from_hex(bytes);
-    if (what == "json") {
-        const JsonParseResult parsed = parse_json(bytes, kApplicationJsonLimits);
-        return parsed.ok ? hex_lower(as_bytes(write_json(parsed.value).view())) : "refused";
-    }
+    std::string digits;
+    question >> what >> digits;
+    const std::string bytes = from_hex(digits);
     if (what == "sha256") return hex_lower(sha256(bytes));
     if (what == "base64url") return base64url(as_bytes(bytes));
-    if (what == "response") return addresses(parse_dns_response(bytes, identifier));
-    std::cerr << "probe: cannot answer " << what << '\n';
-    std::exit(2);
+    const JsonParseResult parsed = parse_json(bytes, kApplicationJsonLimits);
+    return parsed.ok ? hex_lower(as_bytes(write_json(parsed.value).view())) : "refused";
 }
 
 void run_answer() {

