@@ -1,112 +1,30 @@
 """Running commands and taking the kernel's account of them."""
 
-from __future__ import annotations
-
 import json
 import mmap
 import os
 import re
 import statistics
 import subprocess
+import sys
 import time
-from collections.abc import Callable
 from pathlib import Path
 from typing import NamedTuple
 
-from racing.course import CURL_JQ, Command, Race, Tools, document
+from racing.course import CURL_JQ, OURS, Command, Lane, Race
+from racing.documents import KINDS, document
+from racing.server import PLAIN, WAYS, project
 
-OURS = "quorvane"
 SMALL_RUNS = 20  # Of each contender in each round, after one that is not counted.
-WARMED_BYTES = 128 << 20
+LIBRARIES = ("ours", "rapidjson", "simdjson", "nlohmann")
+FULL_SIZE = 8_300_000  # Just under the limit of 8 MiB.
 
 
 class Sample(NamedTuple):
-    """What one run of a pipeline cost."""
+    """What a run of a pipeline cost."""
 
-    cpu_us: float   # User and system time of all its processes.
+    cpu_us: float  # User and system time of all its processes.
     wall_us: float
-    peaks_kib: list[int]  # Resident memory, of each process.
-
-
-Results = dict[str, dict[str, list[list[Sample]]]]
-"""By race, contender and round."""
-
-
-class Failed(Exception):
-    """A command ended as it should not have."""
-
-
-def environment(folder: Path) -> dict[str, str]:
-    """The environment of every command: no user's settings, and a trust file of one certificate."""
-    return {"PATH": os.environ["PATH"], "HOME": str(folder), "LC_ALL": "C",
-            "XDG_CONFIG_HOME": str(folder / "config"),
-            "SSL_CERT_FILE": str(folder / "localhost.pem")}
-
-
-def launch(tools: Tools, command: Command, runs: int) -> list[Sample]:
-    words = [str(tools.built / "launch"), str(runs), "/dev/null", command.output, command.remove,
-             *command.words]
-    # What the commands say to standard error goes to a file: a reader at a pipe would be woken.
-    with (tools.folder / "stderr").open("w") as errors:
-        done = subprocess.run(words, cwd=tools.folder, env=environment(tools.folder), check=False,
-                              stdout=subprocess.PIPE, stderr=errors, text=True)
-    rows = [[int(field) for field in line.split()] for line in done.stdout.splitlines()]
-    if done.returncode or not rows or any(row[2] != command.status for row in rows):
-        raise Failed(f"{' '.join(words)}\n{done.stdout}{(tools.folder / 'stderr').read_text()}")
-    samples = []
-    for run in range(runs):
-        stages = [row for row in rows if row[0] == run]
-        samples.append(Sample(sum(row[3] + row[4] for row in stages), stages[0][1],
-                              [row[5] for row in stages]))
-    return samples
-
-
-def warm_memory() -> None:
-    """Touches huge pages and gives them back.  Where the machine is a guest, memory that was never
-    used costs milliseconds at its first touch: that is the host's work, and no contender's."""
-    # Private: shared memory has no huge pages.
-    with mmap.mmap(-1, WARMED_BYTES, mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS) as memory:
-        if hasattr(mmap, "MADV_HUGEPAGE"):
-            memory.madvise(mmap.MADV_HUGEPAGE)
-        for at in range(0, WARMED_BYTES, mmap.PAGESIZE * 512):
-            memory[at] = 1
-
-
-def contenders(race: Race) -> dict[str, Command]:
-    return {OURS: race.ours, **{name: peer.command for name, peer in race.peers.items()}}
-
-
-def check_answers(tools: Tools, races: list[Race]) -> None:
-    """Runs every contender once: each must succeed, and both ways of pulling give the same."""
-    for race in races:
-        for command in contenders(race).values():
-            launch(tools, command, 1)
-        if race.name.startswith("pull") and CURL_JQ in race.peers:
-            # As values: jq writes numbers in its own form.
-            ours, theirs = (json.loads((tools.folder / name).read_bytes())
-                            for name in ("pulled.json", "picked.json"))
-            if ours != theirs:
-                raise Failed(f"{race.name}: not what curl | jq pulls")
-
-
-def run_races(tools: Tools, races: list[Race], rounds: int, say: Callable[[str], None]) -> Results:
-    """Every contender in every round; each round begins with another one."""
-    results: Results = {race.name: {name: [] for name in contenders(race)} for race in races}
-    for turn in range(rounds):
-        say(f"round {turn + 1} of {rounds}")
-        for race in races:
-            commands = list(contenders(race).items())
-            first = turn % len(commands)
-            for name, command in commands[first:] + commands[:first]:
-                # Large runs begin with warm memory every time: what is free for a few seconds may
-                # go back to the host.  Small ones need little memory, but the processor's cache.
-                if race.large:
-                    warm_memory()
-                    samples = launch(tools, command, 1)
-                else:
-                    samples = launch(tools, command, 1 + SMALL_RUNS)[1:]
-                results[race.name][name].append(samples)
-    return results
 
 
 class First(NamedTuple):
@@ -117,77 +35,156 @@ class First(NamedTuple):
     tree_bytes: float
 
 
-LIBRARIES = ("ours", "rapidjson", "simdjson", "nlohmann")
-KINDS = ("configuration", "indented", "integers", "keys", "crafted_keys", "long_strings", "escapes",
-         "non_ascii", "nested", "small_objects")
-FULL_SIZE = 8_300_000  # Just under the limit of 8 MiB.
+class Growth(NamedTuple):
+    """What a byte of a complete pull costs at 1/8, 1/4, 1/2 and the full size."""
+
+    name: str  # Of the document or of the way.
+    sizes: list[int]
+    costs_ns: list[float]
 
 
-def first_parses(tools: Tools, rounds: int) -> dict[str, dict[str, list[First]]]:
-    """By kind of document and library, one for each round."""
-    firsts: dict[str, dict[str, list[First]]] = {}
-    path = tools.folder / "document.json"
+Contest = dict[str, list[list[Sample]]]  # By contender and round.
+Firsts = dict[str, dict[str, list[First]]]  # By kind of document and library.
+
+
+def environment(store: bool) -> dict[str, str]:
+    """No user's settings, and unless the system's store decides, a trust file of one authority."""
+    folder = os.getcwd()
+    own = {} if store else {"SSL_CERT_FILE": f"{folder}/ca.pem"}
+    return {"HOME": folder, "LC_ALL": "C", "XDG_CONFIG_HOME": f"{folder}/config", **own}
+
+
+def run(command: Command) -> Sample:
+    """Runs it once; wait4 tells the cost of each process alone, and posix_spawn copies nothing."""
+    Path("pulled.json").unlink(missing_ok=True)
+    chosen = environment(command.store)
+    source = os.open("/dev/null", os.O_RDONLY)
+    output, errors = (os.open(name, os.O_WRONLY | os.O_CREAT | os.O_TRUNC)
+                      for name in (command.output, "errors"))
+    processes = []
+    begin = time.perf_counter()
+    for words in command.stages:
+        following, target = (-1, output) if words is command.stages[-1] else os.pipe()
+        streams = [(os.POSIX_SPAWN_DUP2, file, number)
+                   for number, file in enumerate((source, target, errors))]
+        processes.append(os.posix_spawn(words[0], words, chosen, file_actions=streams))
+        os.close(source)
+        os.close(target)
+        source = following
+    ends = [os.wait4(process, 0) for process in processes]
+    wall_us = (time.perf_counter() - begin) * 1e6
+    os.close(errors)
+    if any(os.waitstatus_to_exitcode(status) != command.status for _, status, _ in ends):
+        raise SystemExit(f"scripts/bench: {command}\n{Path('errors').read_text()}")
+    return Sample(sum(usage.ru_utime + usage.ru_stime for *_, usage in ends) * 1e6, wall_us)
+
+
+def peak_kib(command: Command) -> float:
+    """The resident memory of its largest process."""
+    # By GNU time: a process inherits the peak of the one that starts it, and Python's is high.
+    files = [f"peak{place}" for place in range(len(command.stages))]
+    timed = command._replace(stages=[["/usr/bin/time", "-f%M", f"-o{file}", *words]
+                                     for file, words in zip(files, command.stages)])
+    return statistics.median(max(int(Path(file).read_text().split()[-1]) for file in files)
+                             for _ in range(5) if run(timed))
+
+
+def user_instructions(command: Command) -> int:
+    subprocess.run(["/usr/bin/valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null",
+                    "--log-file=counted", *command.stages[0]], check=False, capture_output=True,
+                   env=environment(False))
+    return int(re.findall(r"Collected : (\d+)", Path("counted").read_text())[0])
+
+
+def warm_memory() -> None:
+    """Touches huge pages and gives them back."""
+    # Where the machine is a guest, memory that was never used costs milliseconds at its first
+    # touch: that is the host's work, and no contender's.  Shared memory has no huge pages.
+    with mmap.mmap(-1, 128 << 20, mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS) as memory:
+        memory.madvise(mmap.MADV_HUGEPAGE)
+        for at in range(0, len(memory), mmap.PAGESIZE * 512):
+            memory[at] = 1
+
+
+def contenders(race: Race) -> dict[str, Command]:
+    return {OURS: race.ours, **{name: peer.command for name, peer in race.peers.items()}}
+
+
+def check_answers(races: list[Race]) -> None:
+    """Runs every contender once: each must succeed, and both ways of pulling give the same."""
+    for race in races:
+        for command in reversed(contenders(race).values()):
+            run(command)
+        if CURL_JQ in race.peers and race.name.startswith("pull"):
+            # As values: jq writes numbers in its own form.
+            ours, theirs = (json.loads(Path(name).read_bytes())
+                            for name in ("pulled.json", "picked.json"))
+            assert ours == theirs, f"{race.name}: not what curl | jq pulls"
+
+
+def run_races(races: list[Race], rounds: int) -> dict[str, Contest]:
+    """Every contender in every round; each round begins with another one."""
+    results = {race.name: {name: [] for name in contenders(race)} for race in races}
+    for turn in range(rounds):
+        print(f"  round {turn + 1} of {rounds}", file=sys.stderr)
+        for race in races:
+            commands = list(contenders(race).items())
+            first = turn % len(commands)
+            for name, command in commands[first:] + commands[:first]:
+                # Large runs begin with warm memory every time: what is free for a few seconds may
+                # go back to the host.  Small ones need little memory, but the processor's cache.
+                _ = warm_memory() if race.large else run(command)
+                runs = 1 if race.large else SMALL_RUNS
+                results[race.name][name].append([run(command) for _ in range(runs)])
+    return results
+
+
+def first_parses(built: Path, rounds: int) -> Firsts:
+    firsts: Firsts = {kind: {library: [] for library in LIBRARIES} for kind in KINDS}
     for kind in KINDS:
-        path.write_bytes(document(tools, kind, FULL_SIZE))
-        firsts[kind] = {library: [] for library in LIBRARIES}
-        for _ in range(rounds):
-            for library in LIBRARIES:
-                words = ["json_ours"] if library == "ours" else ["json_peers", library]
-                with path.open("rb") as file:
-                    line = subprocess.check_output([tools.built / words[0], *words[1:]],
-                                                   stdin=file, text=True)
-                firsts[kind][library].append(First(*map(float, line.split())))
+        Path("document").write_bytes(document(kind, FULL_SIZE))
+        warm_memory()
+        for library in LIBRARIES * rounds:
+            words = ["json_ours"] if library == "ours" else ["json_peers", library]
+            with open("document", "rb") as file:
+                line = subprocess.check_output([built / "bench" / words[0], *words[1:]], stdin=file)
+            firsts[kind][library].append(First(*map(float, line.split())))
     return firsts
 
 
-def user_instructions(tools: Tools, command: Command) -> tuple[int, str]:
-    """How many instructions one run takes in user mode, and who counted them."""
-    counted = tools.folder / "counted"
-    for counter, words, pattern in (
-            ("perf", ["perf", "stat", "-x", ",", "-e", "instructions:u", "-o", str(counted)],
-             r"^(\d+),"),
-            ("valgrind", ["valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null",
-                          f"--log-file={counted}"], r"Collected : (\d+)")):
-        try:
-            subprocess.run([*words, *command.words], cwd=tools.folder, check=False,
-                           env=environment(tools.folder), stdout=subprocess.DEVNULL,
-                           stderr=subprocess.DEVNULL)
-        except FileNotFoundError:
-            continue
-        text = counted.read_text() if counted.exists() else ""
-        if found := re.search(pattern, text, re.MULTILINE):
-            return int(found[1]), counter
-    raise SystemExit("scripts/bench: neither perf nor valgrind counts instructions here")
-
-
-class Load:
-    """How busy the machine was with other things."""
-
-    def __init__(self) -> None:
-        self._before = os.getloadavg()[0]
-        self._busy_s = self._measure_busy_s()
-        self._own_s = sum(os.times()[:4])
-        self._start = time.monotonic()
-
-    @staticmethod
-    def _measure_busy_s() -> float:
-        fields = [int(field) for field in Path("/proc/stat").read_text().split("\n")[0].split()[1:]]
-        idle = fields[3] + fields[4]
-        return (sum(fields[:8]) - idle) / os.sysconf("SC_CLK_TCK")
-
-    def describe(self) -> str:
-        elapsed_s = time.monotonic() - self._start
-        others_s = self._measure_busy_s() - self._busy_s - (sum(os.times()[:4]) - self._own_s)
-        share = max(0.0, others_s) / (elapsed_s * (os.cpu_count() or 1))
-        return (f"{elapsed_s / 60:.1f} minutes, load average {self._before:.1f} before and "
-                f"{os.getloadavg()[0]:.1f} after; other processes took {share:.0%} of the "
-                f"machine's CPU time")
+def growth_of_pulls(built: Path, origins: dict[str, str]) -> list[Growth]:
+    """Every kind of document in one way, and one kind in every other way."""
+    found = []
+    # A pull's answer would nest the nested documents too deep.
+    for kind, way in [*((kind, PLAIN) for kind in KINDS if kind != "nested"),
+                      *(("configuration", way) for way in WAYS if way != PLAIN)]:
+        print(f"  growth: {kind}, {way}", file=sys.stderr)
+        lane = Lane(built, origins[way])
+        # Byte by byte the server would take minutes; the rest leaves space for what surrounds it.
+        small = "1 byte" in way
+        full = 125_000 if small else len(document(kind, FULL_SIZE)) * 95 // 100
+        sizes, costs_us = [], []
+        for eighths in (0, 1, 2, 4, 8):
+            data = document(kind, full * eighths // 8) if eighths else b"0"
+            Path("answers/growing").write_bytes(project(b'{"data":%s}' % data))
+            warm_memory()
+            sizes.append(len(data))
+            costs_us.append(min(run(lane.pull("growing")).cpu_us
+                                for _ in range(3 if eighths and not small else 15)))
+        # The start of the process is not part of it.
+        costs_ns = [(cost - costs_us[0]) * 1e3 / size for cost, size in zip(costs_us, sizes)]
+        found.append(Growth(kind if way == PLAIN else way, sizes[1:], costs_ns[1:]))
+    return found
 
 
 def median_ratio(ours: list[float], theirs: list[float]) -> tuple[float, float, float]:
-    """Of the ratios of the rounds the median, and the bounds of the middle half."""
+    """Of the rounds' ratios the median, and the bounds of the middle half."""
     ratios = [mine / other for mine, other in zip(ours, theirs, strict=True)]
-    if len(ratios) < 2:
-        return ratios[0], ratios[0], ratios[0]
     low, middle, high = statistics.quantiles(ratios, n=4, method="inclusive")
     return middle, low, high
+
+
+def cpu_ratio(contest: Contest, peer: str) -> tuple[float, float, float]:
+    """What the program costs divided by what the peer does."""
+    return median_ratio(*([statistics.median(sample.cpu_us for sample in samples)
+                           for samples in contest[name]] for name in (OURS, peer)))
