@@ -48,7 +48,7 @@ if(QUORVANE_LINK_OPENSSL)
     target_link_libraries(quorvane_openssl INTERFACE OpenSSL::SSL)
     if(QUORVANE_STATIC)
         target_link_libraries(quorvane_openssl INTERFACE ${QUORVANE_OPENSSL_STATIC_LIBRARIES})
-        # http/static_openssl.cpp has their replacements.
+        # packaging/static_openssl.cpp has their replacements.
         foreach(function dlopen getaddrinfo freeaddrinfo gethostbyname)
             target_link_options(quorvane_openssl INTERFACE -Wl,--wrap=${function})
         endforeach()

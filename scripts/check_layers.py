@@ -24,9 +24,6 @@ INCLUDE = re.compile(r'^\s*#\s*include\s*(["<])([^">]+)[">]', re.M)
 FORBIDDEN = {"iostream", "ostream", "istream", "fstream", "sstream", "cstdio", "stdio.h",
              "filesystem", "regex", "locale", "netdb.h", "functional", "thread", "exception"}
 
-# A file that defines such functions in order to disable them.
-DISABLED = {"http/static_openssl.cpp": {"netdb.h"}}
-
 
 def find_cycle(graph: dict[str, list[str]]) -> list[str] | None:
     done: set[str] = set()
@@ -68,7 +65,7 @@ def main() -> int:
             elif not (root / target).is_file():
                 breaches.append(f"{name}: there is no {target}")
         for _, target in included:
-            if target in FORBIDDEN - DISABLED.get(name, set()):
+            if target in FORBIDDEN:
                 breaches.append(f"{name}: <{target}> has no place in the product")
             if target.startswith("openssl/") and name != "http/tls.cpp":
                 breaches.append(f"{name}: OpenSSL belongs to http/tls.cpp alone")

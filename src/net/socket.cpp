@@ -162,7 +162,7 @@ bool set_socket_timeouts(int fd, std::int64_t timeout_ms) {
 }
 
 void finish_connection(FdHandle fd, std::int64_t timeout_ms) {
-    kernel::shutdown(fd.get(), SHUT_WR);
+    static_cast<void>(kernel::shutdown(fd.get(), SHUT_WR));
     const std::int64_t deadline = monotonic_ms() + timeout_ms;
     ByteBuffer dropped;
     while (std::ssize(dropped.view()) < kMaxDrainBytes) {

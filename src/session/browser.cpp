@@ -10,7 +10,7 @@ namespace {
 // Between fork and execve only kernel calls are made.
 [[noreturn]] void become_command(const char* path, char* const* arguments, mode_t user_umask) {
     // A session of its own: the opener can neither take the terminal nor be ended by its Ctrl-C.
-    kernel::setsid();
+    static_cast<void>(kernel::setsid());
     static_cast<void>(kernel::umask(user_umask));
     kernel::set_signal(SIGPIPE, SIG_DFL);
     kernel::set_signal(SIGXFSZ, SIG_DFL);
@@ -20,7 +20,7 @@ namespace {
             static_cast<void>(kernel::dup3(static_cast<int>(null_device), stream, 0));
         }
     }
-    kernel::execve(path, arguments, process_environment());
+    static_cast<void>(kernel::execve(path, arguments, process_environment()));
     kernel::exit(127);
 }
 

@@ -31,7 +31,7 @@ void* allocate_aligned(std::size_t size, std::size_t alignment) noexcept {
     if (posix_memalign(&block, alignment, std::max<std::size_t>(size, 1)) != 0)
         fatal_memory_limit();
     // Advice only: a kernel without huge pages answers with an error that changes nothing.
-    if (huge) kernel::madvise(block, size, MADV_HUGEPAGE);
+    if (huge) static_cast<void>(kernel::madvise(block, size, MADV_HUGEPAGE));
     // The allocator may hand out more than was asked for; what it handed out is what counts.
     const std::size_t usable_size = malloc_usable_size(block);
     if (usable_size > kMemoryCeilingBytes - bytes_in_use) fatal_memory_limit();

@@ -22,7 +22,7 @@
 /// more, or a negated errno value (-ENOENT).  None of them repeats a call, not even after EINTR.
 /// Paths end in a zero byte; relative ones start at the working directory.
 ///
-/// Newer architectures lack the older numbers (arm64 has no open, poll, fork, rename, unlink,
+/// Newer architectures lack the older numbers (arm64 has no poll, fork, rename, unlink,
 /// rmdir, mkdir or access; riscv64 has no renameat either); there the same function uses the *at,
 /// renameat2, ppoll or clone form.
 namespace quorvane::kernel {
@@ -45,6 +45,13 @@ template <typename... Arguments> long call(long number, Arguments... arguments) 
 
 }  // namespace detail
 
+/// A system call by its number and the types of its arguments, which are those of its manual page.
+template <long kNumber, typename... Arguments> struct Call {
+    [[nodiscard]] long operator()(Arguments... arguments) const {
+        return detail::call(kNumber, arguments...);
+    }
+};
+
 /// Runs `operation`, which makes its kernel calls through a foreign library.  Returns its value or,
 /// where that is negative, the negated errno value of the call that failed: -EIO if none did.
 template <typename Operation> int foreign_call(const Operation& operation) {
@@ -59,85 +66,58 @@ template <typename Operation> int foreign_call(const Operation& operation) {
 [[nodiscard]] inline long open(const char* path, int flags, mode_t mode = 0) {
     return detail::call(SYS_openat, AT_FDCWD, path, flags, mode);
 }
-[[nodiscard]] inline long read(int fd, void* bytes, std::size_t size) {
-    return detail::call(SYS_read, fd, bytes, size);
-}
-[[nodiscard]] inline long write(int fd, const void* bytes, std::size_t size) {
-    return detail::call(SYS_write, fd, bytes, size);
-}
-[[nodiscard]] inline long fsync(int fd) { return detail::call(SYS_fsync, fd); }
+inline constexpr Call<SYS_read, int, void*, std::size_t> read;
+inline constexpr Call<SYS_write, int, const void*, std::size_t> write;
+inline constexpr Call<SYS_fsync, int> fsync;
 /// Records as getdents(2) describes them, which on 64-bit systems `dirent` is; 0 at the end.
-[[nodiscard]] inline long getdents64(int fd, void* records, std::size_t size) {
-    return detail::call(SYS_getdents64, fd, records, size);
-}
-inline long close(int fd) { return detail::call(SYS_close, fd); }
+inline constexpr Call<SYS_getdents64, int, void*, std::size_t> getdents64;
+inline constexpr Call<SYS_close, int> close;
 [[nodiscard]] inline long fcntl(int fd, int command, long argument = 0) {
     return detail::call(SYS_fcntl, fd, command, argument);
 }
 /// Makes `target` a second name of the open file `fd`; O_CLOEXEC is the only flag.
-[[nodiscard]] inline long dup3(int fd, int target, int flags) {
-    return detail::call(SYS_dup3, fd, target, flags);
-}
+inline constexpr Call<SYS_dup3, int, int, int> dup3;
 /// Follows symbolic links.
 [[nodiscard]] inline long stat(const char* path, struct stat* status) {
     return detail::call(SYS_newfstatat, AT_FDCWD, path, status, 0);
 }
-[[nodiscard]] inline long mkdir(const char* path, mode_t mode) {
 #ifdef SYS_mkdir
-    return detail::call(SYS_mkdir, path, mode);
+inline constexpr Call<SYS_mkdir, const char*, mode_t> mkdir;
+inline constexpr Call<SYS_rename, const char*, const char*> rename;
+inline constexpr Call<SYS_unlink, const char*> unlink;
+inline constexpr Call<SYS_rmdir, const char*> rmdir;
+/// Tests with the real user and group, as access(2) does; the mode is X_OK, for instance.
+inline constexpr Call<SYS_access, const char*, int> access;
+/// 0 in the child, the child's process number in the parent.
+inline constexpr Call<SYS_fork> fork;
 #else
+[[nodiscard]] inline long mkdir(const char* path, mode_t mode) {
     return detail::call(SYS_mkdirat, AT_FDCWD, path, mode);
-#endif
 }
 [[nodiscard]] inline long rename(const char* from, const char* to) {
-#ifdef SYS_rename
-    return detail::call(SYS_rename, from, to);
-#else
     return detail::call(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0);
-#endif
 }
 [[nodiscard]] inline long unlink(const char* path) {
-#ifdef SYS_unlink
-    return detail::call(SYS_unlink, path);
-#else
     return detail::call(SYS_unlinkat, AT_FDCWD, path, 0);
-#endif
 }
 [[nodiscard]] inline long rmdir(const char* path) {
-#ifdef SYS_rmdir
-    return detail::call(SYS_rmdir, path);
-#else
     return detail::call(SYS_unlinkat, AT_FDCWD, path, AT_REMOVEDIR);
-#endif
 }
-/// Tests with the real user and group, as access(2) does; `mode` is X_OK, for instance.
 [[nodiscard]] inline long access(const char* path, int mode) {
-#ifdef SYS_access
-    return detail::call(SYS_access, path, mode);
-#else
     return detail::call(SYS_faccessat, AT_FDCWD, path, mode);
-#endif
 }
+[[nodiscard]] inline long fork() { return detail::call(SYS_clone, SIGCHLD, 0, 0, 0, 0); }
+#endif
 
 // The process, its children and its signals.
 
 /// Returns the previous mask.
-[[nodiscard]] inline long umask(mode_t mask) { return detail::call(SYS_umask, mask); }
-[[nodiscard]] inline long getpid() { return detail::call(SYS_getpid); }
-/// 0 in the child, the child's process id in the parent.
-[[nodiscard]] inline long fork() {
-#ifdef SYS_fork
-    return detail::call(SYS_fork);
-#else
-    return detail::call(SYS_clone, SIGCHLD, 0, 0, 0, 0);
-#endif
-}
+inline constexpr Call<SYS_umask, mode_t> umask;
+inline constexpr Call<SYS_getpid> getpid;
 /// Returns only when it failed.
-inline long execve(const char* path, char* const* arguments, char* const* environment) {
-    return detail::call(SYS_execve, path, arguments, environment);
-}
+inline constexpr Call<SYS_execve, const char*, char* const*, char* const*> execve;
 /// Makes the process the leader of a session of its own, without a terminal.
-inline long setsid() { return detail::call(SYS_setsid); }
+inline constexpr Call<SYS_setsid> setsid;
 /// Ends the process at once: nothing is flushed, no handler runs.
 [[noreturn]] inline void exit(int status) {
     for (;;) detail::call(SYS_exit_group, status);
@@ -164,46 +144,27 @@ inline long sigprocmask(int how, SignalMask mask, SignalMask* previous) {
 
 // Memory, randomness and time.
 
-inline long madvise(void* pages, std::size_t size, int advice) {
-    return detail::call(SYS_madvise, pages, size, advice);
-}
+inline constexpr Call<SYS_madvise, void*, std::size_t, int> madvise;
 
 /// May return fewer bytes than asked for.
 [[nodiscard]] inline long getrandom(void* bytes, std::size_t size) {
     return detail::call(SYS_getrandom, bytes, size, 0);
 }
-[[nodiscard]] inline long clock_gettime(clockid_t clock, timespec* time) {
-    return detail::call(SYS_clock_gettime, clock, time);
-}
+inline constexpr Call<SYS_clock_gettime, clockid_t, timespec*> clock_gettime;
 
 // Sockets.
 
-[[nodiscard]] inline long socket(int family, int type, int protocol) {
-    return detail::call(SYS_socket, family, type, protocol);
-}
-[[nodiscard]] inline long connect(int fd, const void* address, std::size_t size) {
-    return detail::call(SYS_connect, fd, address, size);
-}
-[[nodiscard]] inline long bind(int fd, const void* address, std::size_t size) {
-    return detail::call(SYS_bind, fd, address, size);
-}
-[[nodiscard]] inline long listen(int fd, int backlog) {
-    return detail::call(SYS_listen, fd, backlog);
-}
+inline constexpr Call<SYS_socket, int, int, int> socket;
+inline constexpr Call<SYS_connect, int, const void*, std::size_t> connect;
+inline constexpr Call<SYS_bind, int, const void*, std::size_t> bind;
+inline constexpr Call<SYS_listen, int, int> listen;
 /// The peer's address is not asked for.
 [[nodiscard]] inline long accept4(int fd, int flags) {
     return detail::call(SYS_accept4, fd, 0, 0, flags);
 }
-[[nodiscard]] inline long getsockname(int fd, void* address, socklen_t* size) {
-    return detail::call(SYS_getsockname, fd, address, size);
-}
-[[nodiscard]] inline long getsockopt(int fd, int level, int name, void* value, socklen_t* size) {
-    return detail::call(SYS_getsockopt, fd, level, name, value, size);
-}
-[[nodiscard]] inline long setsockopt(int fd, int level, int name, const void* value,
-                                     std::size_t size) {
-    return detail::call(SYS_setsockopt, fd, level, name, value, size);
-}
+inline constexpr Call<SYS_getsockname, int, void*, socklen_t*> getsockname;
+inline constexpr Call<SYS_getsockopt, int, int, int, void*, socklen_t*> getsockopt;
+inline constexpr Call<SYS_setsockopt, int, int, int, const void*, std::size_t> setsockopt;
 [[nodiscard]] inline long sendto(int fd, const void* bytes, std::size_t size, int flags,
                                  const void* address = nullptr, std::size_t address_size = 0) {
     return detail::call(SYS_sendto, fd, bytes, size, flags, address, address_size);
@@ -212,7 +173,7 @@ inline long madvise(void* pages, std::size_t size, int advice) {
                                    void* address = nullptr, socklen_t* address_size = nullptr) {
     return detail::call(SYS_recvfrom, fd, bytes, size, flags, address, address_size);
 }
-inline long shutdown(int fd, int how) { return detail::call(SYS_shutdown, fd, how); }
+inline constexpr Call<SYS_shutdown, int, int> shutdown;
 /// `timeout_ms` is 0 or more: an unbounded wait cannot be asked for.
 [[nodiscard]] inline long poll(pollfd* fds, std::size_t count, std::int64_t timeout_ms) {
 #ifdef SYS_poll

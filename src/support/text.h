@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <charconv>
 #include <concepts>
 #include <cstdint>
@@ -21,11 +22,7 @@ namespace quorvane {
 
 /// True when both texts are equal after `ascii_lower` on every byte.
 [[nodiscard]] constexpr bool equal_ignoring_case(std::string_view left, std::string_view right) {
-    if (left.size() != right.size()) return false;
-    for (std::size_t i = 0; i < left.size(); ++i) {
-        if (ascii_lower(left[i]) != ascii_lower(right[i])) return false;
-    }
-    return true;
+    return std::ranges::equal(left, right, {}, ascii_lower, ascii_lower);
 }
 
 /// The text before the first `separator` and the text after it; without one, all and nothing.
