@@ -14,13 +14,12 @@ namespace quorvane {
 /// started with the environment that this one received.  It is sure when
 ///
 /// - nothing was changed after the folder: not the file, nor any file that the folder leads to;
-/// - for each certificate of the file the folder leads to another file, readable by everybody and
-/// of
-///   just that size, under a name by which OpenSSL finds it.
+/// - each certificate of the file has, by its size, a file of its own that everybody may read and
+///   that the folder leads to under a name by which OpenSSL finds it.
 ///
-/// Sizes stand for contents, which would have to be read.  A mere number would let a certificate
-/// that only the folder has make up for one that only the file has.  In doubt the file is read:
-/// that takes longer, and trusts the same.
+/// Contents are not compared, because reading them is the cost to be saved.  A mere number would
+/// let a certificate that only the folder has make up for one that only the file has.  In doubt the
+/// file is read: that takes longer, and trusts the same.
 ///
 /// When the user has set one of the two variables, even to the empty text, nothing is decided; nor
 /// with LD_LIBRARY_PATH, which may name an OpenSSL with other places.
