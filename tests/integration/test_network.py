@@ -265,7 +265,6 @@ class Stages(Rows):
                                  stage("trust_store"))
             self.assertEqual(self.tls("127.0.0.1", peer.port, 0, AUTHORITY.trust_file,
                                       SSL_CERT_FILE=""), COMPLETE)
-            self.assertEqual(self.tls("127.0.0.1", peer.port, SSL_CERT_FILE=""), stage("handshake"))
             if os.environ.get("QUORVANE_LINK_OPENSSL") != "ON":
                 self.assertEqual(self.tls("127.0.0.1", peer.port, LD_LIBRARY_PATH=str(FOLDER)),
                                  stage("configuration"))
