@@ -9,15 +9,15 @@
 namespace quorvane {
 
 ChunkStep ChunkScanner::take_chunk(std::string_view data) {
-    const std::size_t arrived = data.size() - position_;
-    if (arrived < 2 || arrived - 2 < chunk_size_) return ChunkStep::kMore;
-    if (data.substr(position_ + chunk_size_, 2) != "\r\n") {
+    const std::size_t arrived = data.size() - position;
+    if (arrived < 2 || arrived - 2 < chunk_bytes) return ChunkStep::kMore;
+    if (data.substr(position + chunk_bytes, 2) != "\r\n") {
         state_ = State::kError;
         return ChunkStep::kError;
     }
-    chunk_begin_ = position_;
-    position_ = searched_ = position_ + chunk_size_ + 2;
-    decoded_bytes_ += static_cast<std::int64_t>(chunk_size_);
+    chunk_begin = position;
+    position = searched_ = position + chunk_bytes + 2;
+    decoded_bytes += static_cast<std::int64_t>(chunk_bytes);
     state_ = State::kSize;
     return ChunkStep::kChunk;
 }
@@ -31,12 +31,12 @@ ChunkStep ChunkScanner::next(std::string_view data) {
             searched_ = std::max(searched_, data.empty() ? 0 : data.size() - 1);
             return ChunkStep::kMore;
         }
-        const std::string_view line = data.substr(position_, end - position_);
-        position_ = searched_ = end + kLineEnd.size();
+        const std::string_view line = data.substr(position, end - position);
+        position = searched_ = end + kLineEnd.size();
         if (state_ == State::kSize) {
             const std::string_view digits = split_once(line, ';').before;
-            const std::int64_t size = parse_hex(digits, max_body_bytes_ - decoded_bytes_);
-            chunk_size_ = static_cast<std::size_t>(std::max<std::int64_t>(size, 0));
+            const std::int64_t size = parse_hex(digits, max_body_bytes - decoded_bytes);
+            chunk_bytes = static_cast<std::size_t>(std::max<std::int64_t>(size, 0));
             state_ = size < 0 ? State::kError : size == 0 ? State::kTrailer : State::kData;
         } else if (line.empty()) {
             state_ = State::kEnd;
@@ -53,15 +53,14 @@ ChunkedDecode decode_chunked(ByteBuffer data, std::int64_t max_body_bytes) {
     std::size_t decoded = 0;
     ChunkStep step = scanner.next(data.view());
     for (; step == ChunkStep::kChunk; step = scanner.next(data.view())) {
-        std::memmove(data.data() + decoded, data.data() + scanner.chunk_begin(),
-                     scanner.chunk_size());
-        decoded += scanner.chunk_size();
+        std::memmove(data.data() + decoded, data.data() + scanner.chunk_begin, scanner.chunk_bytes);
+        decoded += scanner.chunk_bytes;
     }
     data.truncate(decoded);
     decode.body = std::move(data);
     decode.complete = step == ChunkStep::kEnd;
     decode.error = step == ChunkStep::kError;
-    if (decode.complete) decode.consumed = static_cast<std::int64_t>(scanner.position());
+    if (decode.complete) decode.consumed = static_cast<std::int64_t>(scanner.position);
     return decode;
 }
 

@@ -19,36 +19,26 @@ enum class ChunkStep : std::uint8_t { kMore, kChunk, kEnd, kError };
 
 /// Reads a chunked body while it arrives and remembers its place, so that one pass over the bytes
 /// is enough, in whatever pieces they come.
-class ChunkScanner {
-  public:
-    explicit ChunkScanner(std::int64_t max_body_bytes) : max_body_bytes_(max_body_bytes) {}
+struct ChunkScanner {
+    explicit ChunkScanner(std::int64_t max_bytes) : max_body_bytes(max_bytes) {}
+
+    std::int64_t max_body_bytes;
+    std::int64_t decoded_bytes = 0;  ///< The sizes of all chunks passed, added up.
+    std::size_t position = 0;        ///< Input bytes passed; at kEnd, the empty line among them.
+    std::size_t chunk_begin = 0;     ///< Of the chunk that the last kChunk passed.
+    std::size_t chunk_bytes = 0;
 
     /// `data` is the body from its first byte to the last that has arrived; bytes before
     /// `position` are not read again.  kChunk: one more complete chunk has been passed.
     /// kMore: it has not arrived yet.  After kEnd or kError every call returns the same again.
     ChunkStep next(std::string_view data);
 
-    /// The data of the chunk that the last kChunk passed.
-    [[nodiscard]] std::size_t chunk_begin() const { return chunk_begin_; }
-    [[nodiscard]] std::size_t chunk_size() const { return chunk_size_; }
-
-    /// Input bytes passed; at kEnd, all of them up to the end of the empty line after the body.
-    [[nodiscard]] std::size_t position() const { return position_; }
-
-    /// The sizes of all chunks passed, added up.
-    [[nodiscard]] std::int64_t decoded_bytes() const { return decoded_bytes_; }
-
   private:
     enum class State : std::uint8_t { kSize, kData, kTrailer, kEnd, kError };
 
     ChunkStep take_chunk(std::string_view data);
 
-    std::int64_t max_body_bytes_;
-    std::int64_t decoded_bytes_ = 0;  // Invariant: at most the limit, if that is not negative.
-    std::size_t position_ = 0;        // Where the current line or chunk data begins.
-    std::size_t searched_ = 0;        // No line end begins in [position_, searched_).
-    std::size_t chunk_begin_ = 0;
-    std::size_t chunk_size_ = 0;
+    std::size_t searched_ = 0;  // No line end begins in [position, searched_).
     State state_ = State::kSize;
 };
 

@@ -100,24 +100,24 @@ ResponseParse parse_response(ByteBuffer received, std::int64_t max_body_bytes) {
 }
 
 void ResponseFraming::advance(std::string_view received) {
-    if (!head_bytes_) {
-        head_bytes_ = head_size(received, searched_);
+    if (!head_bytes) {
+        head_bytes = head_size(received, searched_);
         searched_ = received.size();
-        if (!head_bytes_) return;
+        if (!head_bytes) return;
         const MessageHead head = collect_headers(received);
-        if (read_status(head.first_line)) framing_ = judge_framing(head.headers, max_body_bytes_);
+        if (read_status(head.first_line)) framing_ = judge_framing(head.headers, max_body_bytes);
     }
-    const std::string_view body = received.substr(*head_bytes_);
+    const std::string_view body = received.substr(*head_bytes);
     if (framing_.chunked) {
         ChunkStep step = ChunkStep::kChunk;
         while (step == ChunkStep::kChunk) step = chunks_.next(body);
-        complete_ = step == ChunkStep::kEnd;
-        body_bytes_ = chunks_.decoded_bytes();
+        complete = step == ChunkStep::kEnd;
+        body_bytes = chunks_.decoded_bytes;
     } else if (framing_.length) {
-        body_bytes_ = *framing_.length;
-        missing_bytes_ =
-            static_cast<std::size_t>(std::max<std::int64_t>(body_bytes_ - std::ssize(body), 0));
-        complete_ = missing_bytes_ == 0;
+        body_bytes = *framing_.length;
+        missing_bytes =
+            static_cast<std::size_t>(std::max<std::int64_t>(body_bytes - std::ssize(body), 0));
+        complete = missing_bytes == 0;
     }
 }
 

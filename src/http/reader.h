@@ -40,32 +40,23 @@ struct BodyFraming {
 
 /// Tells, while a response arrives, whether it is complete, that is, whether `parse_response` with
 /// the same limit would say so.  One pass over the bytes, in whatever pieces they come.
-class ResponseFraming {
-  public:
-    explicit ResponseFraming(std::int64_t max_body_bytes)
-        : max_body_bytes_(max_body_bytes), chunks_(max_body_bytes) {}
+struct ResponseFraming {
+    explicit ResponseFraming(std::int64_t max_bytes)
+        : max_body_bytes(max_bytes), chunks_(max_bytes) {}
 
     /// `received` is all that has arrived: the bytes of the last call and those after them.
     void advance(std::string_view received);
 
-    [[nodiscard]] bool head_complete() const { return head_bytes_.has_value(); }
-    [[nodiscard]] bool complete() const { return complete_; }
-
-    /// The size of a complete message's body, decoded.
-    [[nodiscard]] std::int64_t body_bytes() const { return body_bytes_; }
-
-    /// How many bytes of a body of announced length have not arrived; 0 for any other body.
-    [[nodiscard]] std::size_t missing_bytes() const { return missing_bytes_; }
+    std::int64_t max_body_bytes;
+    std::optional<std::size_t> head_bytes;  ///< Once the head is complete.
+    std::int64_t body_bytes = 0;            ///< The size of a complete message's body, decoded.
+    std::size_t missing_bytes = 0;          ///< Of a body of announced length; 0 for any other.
+    bool complete = false;
 
   private:
-    std::int64_t max_body_bytes_;
-    std::int64_t body_bytes_ = 0;
-    std::size_t missing_bytes_ = 0;
     std::size_t searched_ = 0;  // Where the last search for the head's end stopped.
-    std::optional<std::size_t> head_bytes_;
     BodyFraming framing_;
     ChunkScanner chunks_;
-    bool complete_ = false;
 };
 
 /// The size of the head with the empty line that ends it, once that has arrived.  No head ends

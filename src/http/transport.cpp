@@ -34,16 +34,16 @@ TransportResult receive_response(std::int64_t max_bytes, EndOfReading end, const
         const ReceiveResult got = read(result.bytes, std::min(allowed, kMaxReadBytes));
         if (got.end_of_stream) return result;
         if (got.timed_out || got.error != 0) {
-            result.ok = got.timed_out ? framing.complete() : framing.head_complete();
+            result.ok = got.timed_out ? framing.complete : framing.head_bytes.has_value();
             return result;
         }
         framing.advance(result.bytes.view());
         // Space for all that was announced, and for the read that meets the end.
-        if (const std::size_t missing = framing.missing_bytes()) {
+        if (const std::size_t missing = framing.missing_bytes) {
             static_cast<void>(result.bytes.spare(missing + std::size_t{kMaxReadBytes}));
         }
-        const bool may_end = end == EndOfReading::kCompleteResponse && framing.complete();
-        if (may_end && framing.body_bytes() <= kDefaultMaxBodyBytes) return result;
+        const bool may_end = end == EndOfReading::kCompleteResponse && framing.complete;
+        if (may_end && framing.body_bytes <= kDefaultMaxBodyBytes) return result;
     }
 }
 

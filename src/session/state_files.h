@@ -25,7 +25,7 @@ namespace quorvane {
 /// member, the string "token".
 using CredentialStore = JsonValue;
 
-/// The client's folder, ending in a slash.
+/// The client's directory, ending in a slash.
 [[nodiscard]] std::string config_directory();
 
 [[nodiscard]] std::string credential_path(const ServiceOrigin& origin);

@@ -37,7 +37,7 @@ std::optional<std::string_view> lookup_env(std::string_view name) {
 void secure_standard_streams() {
     for (int stream = 0; stream <= 2; ++stream) {
         if (kernel::fcntl(stream, F_GETFD) != -EBADF) continue;
-        // The lowest free number is this one.  Without a /dev, a descriptor of the root folder
+        // The lowest free number is this one.  Without a /dev, a descriptor of the root directory
         // occupies the number and refuses every read and write.
         if (kernel::open("/dev/null", O_RDWR) < 0) {
             static_cast<void>(kernel::open("/", O_PATH | O_DIRECTORY));

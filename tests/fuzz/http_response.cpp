@@ -33,15 +33,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const quorvane::ResponseParse parse =
         quorvane::parse_response(quorvane::ByteBuffer::copy_of(text), limit);
     quorvane::ResponseFraming framing(limit);
-    for (std::size_t end = 0; end < text.size() && !framing.complete(); end += piece) {
+    for (std::size_t end = 0; end < text.size() && !framing.complete; end += piece) {
         const std::string_view part = text.substr(0, end);
         framing.advance(part);
-        check(framing.complete() ==
+        check(framing.complete ==
               quorvane::parse_response(quorvane::ByteBuffer::copy_of(part), limit).complete);
     }
     framing.advance(text);
-    check(framing.complete() == parse.complete);
-    check(!parse.complete || framing.body_bytes() == std::ssize(parse.response.body.view()));
+    check(framing.complete == parse.complete);
+    check(!parse.complete || framing.body_bytes == std::ssize(parse.response.body.view()));
     check(parse.ok == (parse.response.status >= 100));
     return 0;
 }
