@@ -87,6 +87,8 @@ class Fault(NamedTuple):
     """The command has to succeed all the same."""
     grave: bool = False
     """The command must not report success: a file may not have been written or removed."""
+    waits: int = 0
+    """How many waits of a second there are then; 0 for any number."""
     always: bool = False
     """Part of every sample: between the making of a temporary file and its rename."""
 
@@ -152,7 +154,8 @@ def _joint_faults(calls: Sequence[Call]) -> Iterator[Fault]:
     for call in calls:
         if call.name in ("poll", "ppoll") and re.search(r"1, (1000\b|\{tv_sec=1,)", call.text):
             yield Fault("no clock, and no browser", (
-                "clock_gettime:error=EPERM:when=1+", f"{call.name}:retval=0:when={call.turn}+"))
+                "clock_gettime:error=EPERM:when=1+", f"{call.name}:retval=0:when={call.turn}+"),
+                waits=300, always=True)
             break
     for size in (*range(0, 90), 2000):
         yield Fault(f"files of at most {size} bytes", limit=f"--fsize={size}")
@@ -207,6 +210,8 @@ def try_fault(bench: Bench, row: int, tls: bool, fault: Fault) -> Outcome:
         violations.append(f"a call that is to be made again was not: {result.err!r}")
     if fault.grave and broken and result.status == 0:
         violations.append("status 0, although a file was not surely written or removed")
+    if fault.waits not in (0, waits := sum("poll(" in line for line in broken)):
+        violations.append(f"{waits} waits for the browser, not {fault.waits}")
     message = MESSAGES.explain(result.err.decode(errors="replace").rstrip("\n"), "stderr")
     return Outcome(row, tls, fault.label, kind if broken else "missed", violations,
                    message.text if message else "")
