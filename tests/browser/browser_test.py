@@ -11,7 +11,7 @@ import time
 import unittest
 from collections.abc import Callable
 from pathlib import Path
-from typing import NamedTuple
+from typing import Any, NamedTuple
 
 from selenium.webdriver import ActionChains, Chrome, ChromeOptions
 from selenium.webdriver.chrome.service import Service as Driver
@@ -25,7 +25,6 @@ from laboratory.home import Home, bad, finish, good  # noqa: E402
 from laboratory.network import require_privacy  # noqa: E402
 from laboratory.peers import TIME_LIMIT_S  # noqa: E402
 
-AUTHORIZE = "button[value=authorize]"
 ARGUMENTS = ("headless no-sandbox disable-gpu disable-quic no-first-run disable-sync"
              " disable-background-networking disable-component-update").split()
 COUNT = 4
@@ -57,15 +56,11 @@ def start_browser(home: Path) -> Chrome:
     return browser
 
 
-def press(selector: str) -> None:
-    BROWSER.find_element(By.CSS_SELECTOR, selector).click()
+def find(selector: str) -> Any:
+    return BROWSER.find_element(By.CSS_SELECTOR, selector)
 
 
-def text(selector: str) -> str:
-    return str(BROWSER.find_element(By.CSS_SELECTOR, selector).text)
-
-
-def keys(typed: str) -> None:
+def type_keys(typed: str) -> None:
     """Types into whatever has the focus."""
     ActionChains(BROWSER).send_keys(typed).perform()
 
@@ -97,17 +92,17 @@ class Way(NamedTuple):
     """One way through a sign-in, and what is on the last page."""
 
     name: str
-    decide: Callable[[Login], object]
+    decide: Callable[[], object]
     page: str = "Quorvane CLI connected. You can close this tab."
     account: str = "ada@tidewater.example"
 
 
-APPROVE = Way("approve", lambda _: press(AUTHORIZE))
+APPROVE = Way("approve", lambda: find("button[value=authorize]").click())
 WAYS = (
     APPROVE,
-    Way("approve as another", lambda _: keys(Keys.DOWN + Keys.TAB + Keys.ENTER),
+    Way("approve as another", lambda: type_keys(Keys.DOWN + Keys.TAB + Keys.ENTER),
         account="baolam@tidewater.example"),
-    Way("deny by keyboard", lambda _: keys(Keys.TAB + Keys.TAB + Keys.ENTER), account="",
+    Way("deny by keyboard", lambda: type_keys(Keys.TAB + Keys.TAB + Keys.ENTER), account="",
         page="Authorization failed. Return to your terminal."),
 )
 
@@ -117,8 +112,8 @@ class SignIn(unittest.TestCase):
 
     def sign_in(self, way: Way, origin: str) -> None:
         with self.subTest(way.name, origin=origin), Login(origin) as login:
-            way.decide(login)
-            self.assertEqual(text("pre"), way.page)
+            way.decide()
+            self.assertEqual(find("pre").text, way.page)
             self.assertEqual(finish(login.process)[::2], (0, b"") if way.account else (
                 1, b"The sign-in was denied in the browser\n"))
             self.assertEqual(login.run("whoami"), good(way.account + "\n") if way.account else bad(

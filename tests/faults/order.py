@@ -12,7 +12,7 @@ ENDING = ("HUP", "INT", "QUIT", "TERM")
 
 
 def left_open(calls: Sequence[Call], home: Home) -> list[str]:
-    """The descriptors that the program opened and did not close."""
+    """The descriptors that the program opened and did not close, or did not keep to itself."""
     # What the loader and OpenSSL open are files elsewhere, and theirs to close.
     ours = re.compile(rf'AT_FDCWD, "([^/]|/"|/dev/null|/etc/resolv\.conf|{re.escape(str(home.path))})')
     opened: dict[str, str] = {}
@@ -22,6 +22,8 @@ def left_open(calls: Sequence[Call], home: Home) -> list[str]:
         elif call.name in MAKES and "-1" not in call.result and (
                 call.name != "openat" or ours.match(call.text)):
             opened[call.result] = f"{call.name}({call.text} is never closed"
+            if "CLOEXEC" not in call.text:
+                opened["-" + call.result] = f"{call.name}({call.text} is inherited by the browser"
     return list(opened.values())
 
 

@@ -1,7 +1,5 @@
 """quorvane-doctor on well-equipped and on bare machines; to be run by dev/namespace."""
 
-from __future__ import annotations
-
 import subprocess
 import tempfile
 from pathlib import Path

@@ -1,7 +1,5 @@
 """What drifts: docs/messages.md, the manual pages, the program's help and its sources.  Needs mandoc."""
 
-from __future__ import annotations
-
 import re
 import subprocess
 import unittest
