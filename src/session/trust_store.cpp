@@ -24,7 +24,7 @@ constexpr std::size_t kMaxHashedNames = 10'000;
 
 struct TrustPlace {
     const char* file;
-    const char* folder;
+    const char* directory;
 };
 
 constexpr TrustPlace kOpenSslPlace = {QUORVANE_OPENSSL_FOLDER "/cert.pem",
@@ -35,16 +35,16 @@ bool changed_after(const struct stat& one, const struct stat& other) {
            std::tie(other.st_mtim.tv_sec, other.st_mtim.tv_nsec);
 }
 
-/// Whether it is the hash of a subject, a dot, and which of the certificates with that hash it is.
-/// OpenSSL counts on after 9, but a name that is left out here is only a reason for doubt.
+// Whether it is the hash of a subject, a dot, and which of the certificates with that hash it is.
+// OpenSSL counts on after 9, but a name that is left out here is only a reason for doubt.
 bool is_hashed_name(std::string_view name) {
     return name.size() == 10 && name[8] == '.' && name[9] >= '0' && name[9] <= '9' &&
            name.find_first_not_of("0123456789abcdef") == 8;
 }
 
-std::vector<std::string> sorted_hashed_names(const char* folder) {
+std::vector<std::string> sorted_hashed_names(const char* directory) {
     std::vector<std::string> names;
-    const FdHandle fd(kernel::open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const FdHandle fd(kernel::open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     alignas(dirent) char records[32'768];
     while (names.size() < kMaxHashedNames) {
         const long size = kernel::getdents64(fd.get(), records, sizeof records);
@@ -59,21 +59,21 @@ std::vector<std::string> sorted_hashed_names(const char* folder) {
     return names;
 }
 
-/// The sizes, sorted, of the different files that OpenSSL can find by hash in `folder`.  Nothing if
-/// one of them was changed after it.
-std::vector<off_t> sizes_in_folder(const char* folder, const struct stat& folder_status) {
+// The sizes, sorted, of the different files that OpenSSL can find by hash in `directory`.  Nothing
+// if one of them was changed after it.
+std::vector<off_t> sizes_in_directory(const char* directory, const struct stat& directory_status) {
     std::vector<off_t> sizes;
     std::set<std::pair<dev_t, ino_t>> seen;
     std::string previous;
-    for (const std::string& name : sorted_hashed_names(folder)) {
+    for (const std::string& name : sorted_hashed_names(directory)) {
         // OpenSSL begins with 0 and stops at the first number that leads nowhere.
         std::string before = name;
         --before.back();
         if (name.back() != '0' && before != previous) continue;
         struct stat status = {};
-        if (kernel::stat((std::string(folder) + "/" + name).c_str(), &status) < 0) continue;
+        if (kernel::stat((std::string(directory) + "/" + name).c_str(), &status) < 0) continue;
         if (!S_ISREG(status.st_mode) || (status.st_mode & 0444) != 0444) continue;
-        if (changed_after(status, folder_status)) return {};
+        if (changed_after(status, directory_status)) return {};
         if (seen.emplace(status.st_dev, status.st_ino).second) sizes.push_back(status.st_size);
         previous = name;
     }
@@ -81,7 +81,7 @@ std::vector<off_t> sizes_in_folder(const char* folder, const struct stat& folder
     return sizes;
 }
 
-/// Whether files of these sizes hold everything in `bundle` that can be a certificate.
+// Whether files of these sizes hold everything in `bundle` that can be a certificate.
 bool sizes_cover(const std::vector<off_t>& sizes, std::string_view bundle) {
     constexpr std::string_view kBegin = "-----BEGIN ";
     // The text before a certificate comes from its file, or from the tool that made the bundle.
@@ -104,22 +104,22 @@ bool sizes_cover(const std::vector<off_t>& sizes, std::string_view bundle) {
            (std::ranges::includes(sizes, with_text) || std::ranges::includes(sizes, without_text));
 }
 
-bool folder_serves(const TrustPlace& place) {
-    struct stat folder = {};
+bool directory_serves(const TrustPlace& place) {
+    struct stat directory = {};
     struct stat file = {};
-    if (kernel::stat(place.folder, &folder) < 0 || kernel::stat(place.file, &file) < 0)
+    if (kernel::stat(place.directory, &directory) < 0 || kernel::stat(place.file, &file) < 0)
         return false;
-    if (changed_after(file, folder)) return false;
-    const std::vector<off_t> sizes = sizes_in_folder(place.folder, folder);
+    if (changed_after(file, directory)) return false;
+    const std::vector<off_t> sizes = sizes_in_directory(place.directory, directory);
     if (sizes.empty()) return false;
     const ByteBuffer bundle = read_whole_file(place.file, kMaxBundleBytes);
     // A read that fails in the middle would hide the certificates after it.
     return static_cast<off_t>(bundle.size()) == file.st_size && sizes_cover(sizes, bundle.view());
 }
 
-/// False: OpenSSL has to be given the file.
-bool use_folder_alone(const TrustPlace& place) {
-    return folder_serves(place) && ::setenv("SSL_CERT_DIR", place.folder, 1) == 0 &&
+// False: OpenSSL has to be given the file.
+bool use_directory_alone(const TrustPlace& place) {
+    return directory_serves(place) && ::setenv("SSL_CERT_DIR", place.directory, 1) == 0 &&
            ::setenv("SSL_CERT_FILE", "", 1) == 0;
 }
 
@@ -132,15 +132,15 @@ std::string decide() {
 #include "session/trust_places.inc"
     };
     if (stat_path(kOpenSslPlace.file).kind == FileKind::kNone &&
-        stat_path(kOpenSslPlace.folder).kind == FileKind::kNone) {
+        stat_path(kOpenSslPlace.directory).kind == FileKind::kNone) {
         for (const TrustPlace& place : kKnownPlaces) {
             if (stat_path(place.file).kind != FileKind::kRegular) continue;
-            return use_folder_alone(place) ? std::string() : std::string(place.file);
+            return use_directory_alone(place) ? std::string() : std::string(place.file);
         }
         return {};
     }
 #endif
-    static_cast<void>(use_folder_alone(kOpenSslPlace));
+    static_cast<void>(use_directory_alone(kOpenSslPlace));
     return {};
 }
 
