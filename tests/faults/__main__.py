@@ -33,9 +33,8 @@ from laboratory.tracing import Call, read_calls, tracing
 
 from . import broken_calls, crashes
 from .bench import COMMANDS, HOST, OPENER_SAW, WRITERS, Bench, idle_s
-from .judge import MESSAGES, judge
+from .judge import Outcome, judge
 from .order import judge_order, left_open, power_cuts
-from .outcome import Outcome
 
 MIN_IDLE_S = 1.5
 _bench: Bench  # pylint: disable=invalid-name

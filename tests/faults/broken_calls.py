@@ -13,9 +13,8 @@ from typing import NamedTuple
 from laboratory.tracing import Call, complete_lines, read_calls, tampering
 
 from .bench import COMMANDS, Bench
-from .judge import MESSAGES, judge
+from .judge import MESSAGES, Outcome, judge
 from .order import left_open
-from .outcome import Outcome
 
 PRLIMIT = shutil.which("prlimit") or "prlimit"
 _NEW_NAME = "EACCES ENOSPC EDQUOT EROFS EIO ENOENT ENOTDIR"

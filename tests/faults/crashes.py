@@ -1,19 +1,18 @@
 """Crashes: a signal comes at each kernel call of every writing command in turn."""
 # It comes as the program enters a call, which is then not made: so each run ends after one call and
-# before the next.  What is left is judged, and the command is run again in a process of the number
-# that a stale temporary file is named after.  After SIGKILL a temporary file may be left; after
+# before the next, and what is left is judged.  After SIGKILL a temporary file may be left; after
 # SIGINT, SIGTERM, SIGHUP and SIGQUIT none is, and the two files of a pull belong together.  Then
-# things that others may have put at a temporary file's name: they are neither followed nor written to.
+# things that a process of the same number, or others, may have put at a temporary file's name: they
+# are neither followed nor written to.
 
 import signal
-from collections.abc import Iterator, Sequence
+from collections.abc import Sequence
 
 from laboratory.home import Home
 from laboratory.tracing import Call, tampering
 
-from .bench import COMMANDS, WRITERS, Bench, Command
-from .judge import judge, judge_output
-from .outcome import Outcome
+from .bench import COMMANDS, WRITERS, Bench
+from .judge import Outcome, judge, judge_output
 
 OBSTACLES = (
     # What stands at the temporary name, made by a shell with that name as $1, and whether it can
@@ -28,22 +27,8 @@ OBSTACLES = (
 )
 
 
-def run_again(bench: Bench, command: Command) -> Iterator[str]:
-    """The next run has the number that the stale temporary files are named after."""
-    out = command.name == "logout" and not bench.home.credential().exists()
-    moves = "".join(f"mv '{path}' '{path.with_suffix('')}'.$$; " for path in (
-        bench.home.path / name for name in bench.found()) if ".tmp." in path.name)
-    result = bench.run(command, bench.shell(moves))
-    if (result.status, result.err) != ((1, b"Run quorvane login first\n") if out else (0, b"")):
-        yield f"the next run: status {result.status}, {result.err!r}"
-    else:
-        # It signs out nobody, or has made every file new.
-        yield from (f"the next run: {violation}" for violation in judge(
-            bench, command, result._replace(status=0) if out else result, ended=not out))
-
-
 def crash(bench: Bench, row: int, tls: bool, call: Call, name: str, _always: bool) -> Outcome:
-    """Sends a signal at the beginning of `call`, judges what is left, and runs the command again."""
+    """Sends a signal at the beginning of `call`, and judges what is left."""
     command, what = COMMANDS[row], f"SIG{name} at {call.name} {call.turn}"
     for _ in range(3):
         # How many reads a run needs depends on the network's timing.
@@ -62,7 +47,6 @@ def crash(bench: Bench, row: int, tls: bool, call: Call, name: str, _always: boo
               for file, change in command.files(bench.home).items() if change.old != change.new}
     if len(states) > 1 and name != "KILL":
         violations.append("a configuration and a revision that do not belong together")
-    violations += run_again(bench, command)
     return Outcome(row, tls, what, states.pop() if len(states) == 1 else "both", violations)
 
 

@@ -1,13 +1,32 @@
 """Whether a run kept the program's promises, whatever was broken under it."""
 
 from collections.abc import Iterator
+from typing import NamedTuple
 
 from laboratory.home import FOLDER, TOKEN, File, Result, private
 from laboratory.messages import Messages
 
-from .bench import NEW_TOKEN, REFUSAL, Bench, Command
+from .bench import COMMANDS, NEW_TOKEN, REFUSAL, Bench, Command
 
 MESSAGES = Messages()
+
+
+class Outcome(NamedTuple):
+    """One run and its verdict."""
+
+    row: int
+    tls: bool
+    what: str
+    kind: str
+    """Of a fault how the run ended, of a crash the state of the files, or `missed`."""
+    violations: list[str]
+    message: str = ""
+    """The documented message that was printed."""
+
+    @property
+    def title(self) -> str:
+        """What the command is called, over which transport."""
+        return f"{COMMANDS[self.row].name} ({'tls' if self.tls else 'plain'})"
 
 
 def judge(bench: Bench, command: Command, result: Result, lossy: bool = False,
