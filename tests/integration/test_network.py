@@ -214,9 +214,10 @@ class Exchanges(Rows):
         def check(row: Exchange) -> None:
             with listening(row.script, row.kind == "tls") as peer:
                 line, body = probe(row.kind, "127.0.0.1", peer.port, row.limit_ms, MAXIMUM)
-            self.assertEqual(line, row.expect)
-            self.assertTrue(body == row.body, (body[:99], row.body[:99]))
-        self.each([row._replace(kind=kind) for kind in ("plain", "tls") for row in EXCHANGES], check)
+            same("verdict", line, row.expect)
+            same("body", body, row.body)
+        self.each([row._replace(kind=kind, name=f"{row.name} ({kind})") for kind in ("plain", "tls")
+                   for row in EXCHANGES], check)
 
     def test_only_tls_leaves_when_a_short_answer_is_complete(self) -> None:
         mebibyte = LARGE[:1 << 20]
@@ -236,8 +237,9 @@ class Exchanges(Rows):
                 got = probe(row.kind, "127.0.0.1", peer.port, 2000, 100, 64 << 20)[0]
             self.assertEqual(got, row.expect)
         # The kernels' probes find a little room now and then, so it may take several limits.
-        self.each([Exchange(name, script, GONE, kind=kind) for kind in ("plain", "tls") for name, script
-                   in (("silent", (until_over,)), ("early answer", (length(b"no"), reset)))], check)
+        self.each([Exchange(f"{name} ({kind})", script, GONE, kind=kind) for kind in ("plain", "tls")
+                   for name, script in (("silent", (until_over,)),
+                                        ("early answer", (length(b"no"), reset)))], check)
 
 
 # The steps of a TLS connection.
