@@ -60,7 +60,8 @@ endif()
 add_library(quorvane_product INTERFACE)
 target_link_libraries(quorvane_product INTERFACE quorvane_warnings quorvane_sanitize)
 target_include_directories(quorvane_product INTERFACE ${PROJECT_SOURCE_DIR}/src)
-target_compile_options(quorvane_product INTERFACE -fno-exceptions -fno-rtti
+# There is one thread; a guarded static would link what throws and prints exceptions, 130 kB.
+target_compile_options(quorvane_product INTERFACE -fno-exceptions -fno-rtti -fno-threadsafe-statics
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
 target_compile_definitions(quorvane_product INTERFACE _GLIBCXX_ASSERTIONS)
 
