@@ -5,8 +5,8 @@
 
 #include <arpa/inet.h>
 
-#include <cstdio>
 #include <cstring>
+#include <sstream>
 #include <string>
 
 #include "target.h"
@@ -21,11 +21,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         check(four && std::memcmp(four->bytes.data(), bytes, 4) == 0);
         check(quorvane::format_ipv4(*four) == text);
     } else if (four) {  // A part with a leading zero, which is decimal all the same.
-        int part[4];
         check(one_word && size > quorvane::format_ipv4(*four).size() && size <= 15);
-        check(std::sscanf(text.c_str(), "%d.%d.%d.%d", &part[0], &part[1], &part[2], &part[3]) ==
-              4);
-        for (std::size_t i = 0; i < 4; ++i) check(part[i] == four->bytes[i]);
+        std::istringstream parts(text);
+        for (const int byte : four->bytes) {
+            int part = -1;
+            parts >> part;
+            check(part == byte);
+            parts.ignore();
+        }
     }
     const bool dotted = text.find('.') != std::string::npos;
     const bool readable = one_word && !dotted && inet_pton(AF_INET6, text.c_str(), bytes) == 1;
