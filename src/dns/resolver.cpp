@@ -2,6 +2,7 @@
 
 #include <netinet/in.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <optional>
 
@@ -77,10 +78,10 @@ DnsAnswer ask_name_server(DnsQuestion question) {
     if (!query) return query_failed(-EINVAL);
     const std::optional<std::string> identifier = secure_random_bytes(2);
     if (!identifier) return query_failed(-EIO);
-    query->replace(0, 2, *identifier);
+    std::ranges::copy(*identifier, query->begin());
     question.identifier =
-        static_cast<std::uint16_t>(static_cast<std::uint8_t>((*identifier)[0]) << 8 |
-                                   static_cast<std::uint8_t>((*identifier)[1]));
+        static_cast<std::uint16_t>(static_cast<std::uint8_t>(identifier->front()) << 8 |
+                                   static_cast<std::uint8_t>(identifier->back()));
 
     const long opened = kernel::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (opened < 0) return query_failed(opened);
@@ -92,8 +93,9 @@ DnsAnswer ask_name_server(DnsQuestion question) {
     const int on = 1;
     static_cast<void>(kernel::setsockopt(fd.get(), IPPROTO_IP, IP_RECVERR, &on, sizeof on));
     long status = kernel::bind(fd.get(), &local, local.size);
+    const std::string_view datagram = *query;
     if (status >= 0) {
-        status = kernel::sendto(fd.get(), query->data(), query->size(), MSG_NOSIGNAL, &server,
+        status = kernel::sendto(fd.get(), datagram.data(), datagram.size(), MSG_NOSIGNAL, &server,
                                 server.size);
     }
     if (status < 0) return query_failed(status);
