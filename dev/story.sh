@@ -82,7 +82,7 @@ log_in() {
         [[ $page == *"that host"* ]] || fail "a foreign host was answered for: $page"
     fi
     page=$(visitor authorize "$url") || fail "the browser was told: $page"
-    printf '(In the browser: %s authorizes, and reads "%s")\n' "$account" "$page"
+    printf '(In the browser: "%s")\n' "$page"
 
     read -r -t 30 -u "$output" line || fail "login said nothing more"
     printf '%s\n' "$line"
@@ -104,7 +104,6 @@ story() {
     say "Fetch a project's configuration, change it, send it back."
     run 0 Saved quorvane config pull "${config[@]}"
     run 0 "" sed -i 's/"refreshSeconds": 30/"refreshSeconds": 45/' "$file"
-    run 0 45 grep refreshSeconds "$file"
     run 0 synchronized quorvane config push "${config[@]}"
 
     say "Meanwhile somebody changes delayMinutes on the project's web page..."

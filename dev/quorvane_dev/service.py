@@ -7,7 +7,6 @@ import difflib
 import re
 import secrets
 import sqlite3
-import time
 from pathlib import Path
 from typing import Any
 
@@ -270,11 +269,6 @@ def authorize() -> Any:
 @app.get("/projects")
 def list_projects() -> Any:
     return render_template("projects.html", projects=store.projects(database(), signed_in()))
-
-
-@app.template_filter()
-def moment(seconds: float) -> str:
-    return time.strftime("%Y-%m-%d %H:%M UTC", time.gmtime(seconds))
 
 
 def editor(project: sqlite3.Row, text: str, status: int = 200, **more: Any) -> Any:

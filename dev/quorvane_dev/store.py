@@ -28,7 +28,7 @@ ACCOUNTS = {
 SCHEMA = f"""
 BEGIN;
 CREATE TABLE projects (id TEXT PRIMARY KEY, account TEXT, name TEXT, public_key TEXT);
-CREATE TABLE revisions (project TEXT REFERENCES projects, number INTEGER, text TEXT, saved_at REAL,
+CREATE TABLE revisions (project TEXT REFERENCES projects, number INTEGER, text TEXT,
     PRIMARY KEY (project, number));
 CREATE TABLE requests (id TEXT PRIMARY KEY, challenge TEXT, state TEXT, port INTEGER, status TEXT,
     changed_at REAL, account TEXT, code_digest TEXT);
@@ -39,7 +39,7 @@ COMMIT;
 """
 
 PROJECTS = """
-SELECT p.*, r.number AS revision, r.text, r.saved_at FROM projects p JOIN revisions r
+SELECT p.*, r.number AS revision, r.text FROM projects p JOIN revisions r
 ON r.project = p.id AND r.number = (SELECT max(number) FROM revisions WHERE project = p.id)
 """
 
@@ -68,8 +68,8 @@ def prepare(path: Path) -> str:
             database.execute("INSERT INTO projects VALUES (?, ?, ?, ?)",
                              (project["id"], project["account"], project["name"],
                               "pk_dev_" + secrets.token_hex(12)))
-            database.execute("INSERT INTO revisions VALUES (?, 1, ?, ?)",
-                             (project["id"], configuration.compact(project["config"]), time.time()))
+            database.execute("INSERT INTO revisions VALUES (?, 1, ?)",
+                             (project["id"], configuration.compact(project["config"])))
     (key,) = database.execute("SELECT key FROM cookies").fetchone()
     database.close()
     return str(key)
@@ -142,6 +142,6 @@ def projects(database: sqlite3.Connection, account: str) -> list[sqlite3.Row]:
 def save(database: sqlite3.Connection, project: str, base: int, text: str) -> bool:
     """Makes `text` the revision after `base`, unless that is no longer the last one."""
     return database.execute(
-        "INSERT INTO revisions SELECT ?, ?, ?, ? WHERE"
+        "INSERT INTO revisions SELECT ?, ?, ? WHERE"
         " (SELECT max(number) FROM revisions WHERE project = ?) = ?",
-        (project, base + 1, text, time.time(), project, base)).rowcount == 1
+        (project, base + 1, text, project, base)).rowcount == 1
