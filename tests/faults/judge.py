@@ -47,8 +47,9 @@ def judge_output(bench: Bench, command: Command, result: Result, lossy: bool) ->
         if command.err or not (lossy or (out, err) == (expected, "")):
             yield f"status 0, but printed {out!r} {err!r}"
     elif result.status == 1:
+        message = MESSAGES.explain(err[:-1], "stderr, 1") if err.count("\n") == 1 else None
         documented = err == REFUSAL + "\n" or (
-            err.count("\n") == 1 and MESSAGES.explain(err[:-1], "stderr, 1"))
+            message and message.is_for(command.name.partition(",")[0]))
         if not documented and not (lossy and err.count("\n") < 2):
             yield f"undocumented on standard error: {err!r}"
         if not expected.startswith(out) and not lossy:

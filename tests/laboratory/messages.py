@@ -14,6 +14,12 @@ class Message(NamedTuple):
     text: str
     where: str
     """"stderr" or "stdout" or "browser", a comma, and the status."""
+    section: str
+    """The heading above it."""
+
+    def is_for(self, command: str) -> bool:
+        """Whether this command can print it."""
+        return not self.section.startswith("`") or f"`{command}`" in self.section
 
     def fixed_words(self) -> list[str]:
         """The pieces between the changing ones; none where the service chooses the text."""
@@ -26,15 +32,17 @@ class Messages:
     def __init__(self) -> None:
         self.messages: list[Message] = []
         self.stages: list[str] = []
-        heading = ""
+        section = heading = ""
         for line in (ROOT / "docs/messages.md").read_text().splitlines():
             row = _ROW.fullmatch(line)
-            if not row and line.startswith("| "):
+            if line.startswith("## "):
+                section = line[3:]
+            elif not row and line.startswith("| "):
                 heading = line.split("|")[1].strip()
             elif row and heading == "Stage":
                 self.stages.append(row["text"])
             elif row:
-                self.messages.append(Message(row["text"], row["where"]))
+                self.messages.append(Message(row["text"], row["where"], section))
 
     def explain(self, line: str, stream: str) -> Message | None:
         """The message that `line`, printed to `stream`, is an instance of."""
