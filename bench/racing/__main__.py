@@ -27,7 +27,7 @@ def against(race: course.Race, program: str) -> course.Race:
 
 def run(options: argparse.Namespace) -> list[figures.Row]:
     """Measures in the current folder, prints and draws."""
-    rounds, parses, growths = (3, 2, []) if options.quick else (15, 9, [])
+    rounds, parses, growths = (3, 2, []) if options.quick else (15, 7, [])
     begin, load = time.monotonic(), os.getloadavg()[0]
     course.put_answers()
     with server.serving() as origins:

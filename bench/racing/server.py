@@ -15,9 +15,9 @@ from quorvane_dev.authority import Authority
 CHUNKED = 'sub_filter_types *; sub_filter "nothing of this" ""; output_buffers 1'
 PLAIN, TLS, TLS_CHUNKED = "plain, length", "TLS, length", "TLS, chunks of 16 KB"
 WAYS = {PLAIN: "",
-        "plain, chunks of 1 byte": f"{CHUNKED} 1;",
         "plain, chunks of 512": f"{CHUNKED} 512;",
         TLS: "", TLS_CHUNKED: f"{CHUNKED} 16k;",
+        "TLS, chunks of 1 byte": f"{CHUNKED} 1;",
         "TLS, reads of 512": "ssl_buffer_size 512;",
         "TLS, reads of 1 byte": "ssl_buffer_size 1;",
         "TLS, chunks of 512 in reads of 1 byte": f"ssl_buffer_size 1; {CHUNKED} 512;"}
@@ -31,7 +31,7 @@ SERVER = """
     }}
 """
 NGINX = """
-user root; daemon off; master_process off; pid nginx.pid; error_log stderr crit;
+user root; daemon off; master_process off; pid nginx.pid; error_log nginx.log crit;
 events {{}}
 http {{
     access_log off; keepalive_timeout 0; root answers; types {{}} default_type application/json;
@@ -65,11 +65,11 @@ def serving() -> Iterator[dict[str, str]]:
         address = f"[::1]:{port} ssl" if tls else f"127.0.0.1:{port}"
         servers += SERVER.format(address=address, way=settings)
     Path("nginx.conf").write_text(NGINX.format(servers=servers))
-    with subprocess.Popen(["nginx", "-p", ".", "-c", "nginx.conf", "-e", "stderr"]) as process:
+    with subprocess.Popen(["nginx", "-p", ".", "-c", "nginx.conf", "-e", "nginx.log"]) as process:
         try:
             while socket.socket(socket.AF_INET6).connect_ex(("::1", port)):
                 if process.poll() is not None:
-                    raise SystemExit("scripts/bench: nginx does not start")
+                    raise SystemExit(Path("nginx.log").read_text())
                 time.sleep(0.02)
             yield origins
         finally:
