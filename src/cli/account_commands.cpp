@@ -8,18 +8,13 @@
 #include "session/login.h"
 #include "session/state_files.h"
 #include "support/output.h"
+#include "support/text.h"
 
 namespace quorvane {
 namespace {
 
 std::optional<JsonValue> call_account(const CommandCall& call, std::string_view path) {
     return call_service(call.origin, path, json_object({}, {}), call.token);
-}
-
-void print_project(JsonView project) {
-    std::string line(json_get_string(project, "id"));
-    line.append("  ").append(json_get_string(project, "name"));
-    print_line(Stream::kOutput, line);
 }
 
 }  // namespace
@@ -42,7 +37,8 @@ int run_projects(const CommandCall& call) {
     if (!response) return 1;
     // They may be an array or the members of an object.
     for (const JsonItem item : json_member(*response, "projects").items()) {
-        print_project(item.value);
+        print_line(Stream::kOutput, concat({json_get_string(item.value, "id"), "  ",
+                                            json_get_string(item.value, "name")}));
     }
     return 0;
 }

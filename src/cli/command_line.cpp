@@ -1,6 +1,7 @@
 #include "cli/command_line.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <optional>
 #include <utility>
@@ -14,9 +15,10 @@ namespace {
 // The state of one reading.
 struct Walk {
     const ProgramSpec& program;
-    std::span<const char* const> words;  // Those that have not been read.
-    CommandSpec command;                 // The current one.
-    ParseResult result;
+    std::span<const char* const> words;      // Those that have not been read.
+    CommandSpec command;                     // The current one.
+    std::vector<OptionSpec> inherited = {};  // Of the commands before it.
+    ParseResult result = {};
 };
 
 std::string_view take_word(Walk& walk) {
@@ -25,40 +27,35 @@ std::string_view take_word(Walk& walk) {
     return word;
 }
 
-ParseResult end_walk(Walk& walk, ParseKind kind, std::string text) {
-    walk.result.ok = kind != ParseKind::kError;
+ParseResult parse_failed(std::string message) {
+    ParseResult result;
+    result.text = std::move(message);
+    return result;
+}
+
+ParseResult parse_ended(Walk& walk, ParseKind kind, std::string text) {
+    walk.result.ok = true;
     walk.result.kind = kind;
     walk.result.text = std::move(text);
     return std::move(walk.result);
 }
 
-ParseResult end_with_help(Walk& walk) {
-    return end_walk(walk, ParseKind::kHelp, render_help(walk.program, walk.result.command_path));
+ParseResult ended_by_help(Walk& walk) {
+    return parse_ended(walk, ParseKind::kHelp, render_help(walk.program, walk.result.command_path));
 }
 
-ParseResult end_with_error(Walk& walk, std::string message) {
-    return end_walk(walk, ParseKind::kError, std::move(message));
-}
-
-// Calls `visit` with each option in scope: the inherited ones of the commands on the path, then
-// those of the current command.
-template <typename Visit> void visit_scope(const Walk& walk, const Visit& visit) {
-    CommandSpec command = root_command(walk.program);
-    for (const std::string_view name : walk.result.command_path) {
-        for (const OptionSpec& option : command.options) {
-            if (option.inherited) visit(option);
-        }
-        command = find_subcommand(command, name).value_or(command);
-    }
-    for (const OptionSpec& option : command.options) visit(option);
+// The options in scope, in order.
+std::array<std::span<const OptionSpec>, 2> scope(const Walk& walk) {
+    return {walk.inherited, walk.command.options};
 }
 
 std::optional<OptionSpec> find_option(const Walk& walk, std::string_view name) {
-    std::optional<OptionSpec> found;
-    visit_scope(walk, [&found, name](const OptionSpec& option) {
-        if (!found && option.is_named(name)) found = option;
-    });
-    return found;
+    for (const std::span<const OptionSpec> options : scope(walk)) {
+        for (const OptionSpec& option : options) {
+            if (option.is_named(name)) return option;
+        }
+    }
+    return std::nullopt;
 }
 
 std::optional<OptionValue> find_value(const ParseResult& result, std::string_view key) {
@@ -83,18 +80,18 @@ bool is_allowed(const OptionSpec& option, std::string_view value) {
 
 // Stores the option `word` with its value, which may be the next word.  Returns the error, if any.
 std::optional<std::string> read_option(Walk& walk, std::string_view word) {
-    const TextSplit split = split_once(word, '=');
-    const std::string name(split.before);
+    const TextSplit parts = split_once(word, '=');
+    const std::string_view name = parts.before;
     const std::optional<OptionSpec> option = find_option(walk, name);
-    if (!option) return "unknown option " + name;
+    if (!option) return concat({"unknown option ", name});
     std::string_view value = "true";
     if (option->takes_value()) {
-        if (!split.found && walk.words.empty()) {
-            return name + " requires " + std::string(option->value_name);
+        if (!parts.found && walk.words.empty()) {
+            return concat({name, " requires ", option->value_name});
         }
-        value = split.found ? split.after : take_word(walk);
+        value = parts.found ? parts.after : take_word(walk);
         if (!is_allowed(*option, value)) {
-            return "invalid value for " + name + ": " + std::string(value);
+            return concat({"invalid value for ", name, ": ", value});
         }
     }
     store_value(walk.result, {option->key, value, true});
@@ -105,6 +102,8 @@ void read_word(Walk& walk, std::string_view word) {
     for (const CommandSpec& subcommand : walk.command.subcommands) {
         const auto& aliases = subcommand.aliases;
         if (subcommand.name == word || std::ranges::find(aliases, word) != aliases.end()) {
+            std::ranges::copy_if(walk.command.options, std::back_inserter(walk.inherited),
+                                 &OptionSpec::inherited);
             walk.result.command_path.push_back(subcommand.name);
             walk.command = subcommand;
             return;
@@ -122,28 +121,26 @@ bool positional_count_fits(std::span<const ArgumentSpec> arguments, std::size_t 
 ParseResult finish(Walk& walk) {
     // A line of options only, or of nothing, asks for help; a stray word is an error below.
     ParseResult& result = walk.result;
-    if (result.command_path.empty() && result.positionals.empty()) return end_with_help(walk);
-    std::optional<std::string_view> missing;  // The long form of the first.
-    visit_scope(walk, [&result, &missing](const OptionSpec& option) {
-        if (missing || find_value(result, option.key)) return;
-        if (option.required) {
-            missing = option.long_form;
-        } else {
+    if (result.command_path.empty() && result.positionals.empty()) return ended_by_help(walk);
+    for (const std::span<const OptionSpec> options : scope(walk)) {
+        for (const OptionSpec& option : options) {
+            if (find_value(result, option.key)) continue;
+            if (option.required) {
+                return parse_failed(concat({"missing required option ", option.long_form}));
+            }
             store_value(result, {option.key, option.default_value, false});
         }
-    });
-    if (missing) return end_with_error(walk, "missing required option " + std::string(*missing));
-    if (!positional_count_fits(walk.command.arguments, result.positionals.size())) {
-        return end_with_error(
-            walk, "invalid arguments\n" + render_help(walk.program, result.command_path));
     }
-    return end_walk(walk, ParseKind::kCommand, {});
+    if (!positional_count_fits(walk.command.arguments, result.positionals.size())) {
+        return parse_failed("invalid arguments\n" + render_help(walk.program, result.command_path));
+    }
+    return parse_ended(walk, ParseKind::kCommand, {});
 }
 
 }  // namespace
 
 ParseResult parse_command_line(std::span<const char* const> words, const ProgramSpec& program) {
-    Walk walk = {program, words, root_command(program), {}};
+    Walk walk = {program, words, root_command(program)};
     bool options_ended = false;
     while (!walk.words.empty()) {
         const std::string_view word = take_word(walk);
@@ -152,12 +149,12 @@ ParseResult parse_command_line(std::span<const char* const> words, const Program
         } else if (word == "--") {
             options_ended = true;
         } else if (word == "--help" || word == "-h") {
-            return end_with_help(walk);
+            return ended_by_help(walk);
         } else if ((word == "--version" || word == "-V") && !find_option(walk, word)) {
-            std::string line = std::string(program.name) + " " + std::string(program.version);
-            return end_walk(walk, ParseKind::kVersion, std::move(line));
+            return parse_ended(walk, ParseKind::kVersion,
+                               concat({program.name, " ", program.version}));
         } else if (std::optional<std::string> error = read_option(walk, word)) {
-            return end_with_error(walk, std::move(*error));
+            return parse_failed(std::move(*error));
         }
     }
     return finish(walk);

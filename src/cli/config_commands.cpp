@@ -24,25 +24,9 @@ std::string metadata_path(std::string_view config_path) {
     return std::string(config_path) + ".sync.json";
 }
 
-// Where a configuration file was pulled from.
-struct SyncMetadata {
-    std::string project_id;
-    std::string base_url;   // The origin's text, exactly as typed.
-    JsonValue revision;     // As the service sent it, whatever its type.
-    bool recorded = false;  // The file has a revision, which may be null.
-};
-
-// Fields keep their defaults when their member is missing or of another type, and all do when the
-// file is missing, unreadable or no JSON object.
-SyncMetadata read_sync_metadata(std::string_view path) {
-    JsonValue stored = read_json_object(path);
-    SyncMetadata metadata;
-    metadata.project_id = json_get_string(stored, "projectId");
-    metadata.base_url = json_get_string(stored, "baseUrl");
-    metadata.recorded = json_has_member(stored, "revision");
-    metadata.revision = json_take_member(std::move(stored), "revision");
-    return metadata;
-}
+// The project, the origin's text, exactly as typed, and the revision that the
+// service sent, whatever its type.
+using SyncMetadata = JsonValue;
 
 // Compact, without a line feed.  An absent `revision` is null.
 ByteBuffer sync_metadata_text(std::string_view project_id, std::string_view base_url,
@@ -65,15 +49,15 @@ int run_config_pull(const CommandCall& call) {
     const std::string_view project_id = call.option(option_key::kProject);
     const std::string_view file = call.option(option_key::kFile);
     const JsonValue body = json_object({"projectId"}, json_values(json_string(project_id)));
-    std::optional<JsonValue> response =
+    const std::optional<JsonValue> response =
         call_service(call.origin, "/api/v1/project", body, call.token);
     if (!response) return 1;
-    JsonValue project = json_take_member(std::move(*response), "project");
+    const JsonView project = json_member(*response, "project");
     // Both texts are complete before the first file changes, because memory can run out.
     const ByteBuffer metadata =
         sync_metadata_text(project_id, call.origin.text, json_member(project, "revision"));
-    const ByteBuffer config = config_text(
-        json_without_members(json_take_member(std::move(project), "config"), kServiceMembers));
+    const ByteBuffer config =
+        config_text(json_without_members(json_member(project, "config"), kServiceMembers));
 
     bool config_written = false;
     bool metadata_written = false;
@@ -96,17 +80,19 @@ int run_config_push(const CommandCall& call) {
     const std::string_view project_id = call.option(option_key::kProject);
     const std::string_view file = call.option(option_key::kFile);
     const std::string metadata_file = metadata_path(file);
-    SyncMetadata metadata = read_sync_metadata(metadata_file);
-    if (metadata.project_id != project_id || metadata.base_url != call.origin.text ||
-        !metadata.recorded) {
+    const std::optional<SyncMetadata> recorded = read_json_object(metadata_file);
+    if (!recorded || json_get_string(*recorded, "projectId") != project_id ||
+        json_get_string(*recorded, "baseUrl") != call.origin.text ||
+        !json_has_member(*recorded, "revision")) {
         return fail("Pull this project first to establish its revision");
     }
-    JsonValue config = read_json_object(file);
-    if (!config.view().is_object()) return fail("Configuration must be a JSON object");
+    std::optional<JsonValue> config = read_json_object(file);
+    if (!config) return fail("Configuration must be a JSON object");
 
     const JsonValue body = json_object(
         {"projectId", "revision", "config"},
-        json_values(json_string(project_id), std::move(metadata.revision), std::move(config)));
+        json_values(json_string(project_id), json_borrow(json_member(*recorded, "revision")),
+                    std::move(*config)));
     const std::optional<JsonValue> response =
         call_service(call.origin, "/api/v1/project-configure", body, call.token);
     if (!response) return 1;

@@ -6,7 +6,7 @@
 namespace quorvane {
 namespace {
 
-CommandSpec resolve(const ProgramSpec& program, std::span<const std::string_view> path) {
+CommandSpec find_command(const ProgramSpec& program, std::span<const std::string_view> path) {
     CommandSpec command = root_command(program);
     for (const std::string_view name : path) {
         command = find_subcommand(command, name).value_or(command);
@@ -67,7 +67,7 @@ std::string_view version_line(std::span<const OptionSpec> options) {
 }  // namespace
 
 std::string render_help(const ProgramSpec& program, std::span<const std::string_view> path) {
-    const CommandSpec command = resolve(program, path);
+    const CommandSpec command = find_command(program, path);
     std::vector<OptionSpec> options(program.options.begin(), program.options.end());
     if (!path.empty()) {
         options.insert(options.end(), command.options.begin(), command.options.end());

@@ -9,9 +9,9 @@
 namespace quorvane {
 namespace {
 
-int resolve_error(const ResolveResult& resolved) {
+long resolve_error(const ResolveResult& resolved) {
     if (resolved.timed_out) return -ETIMEDOUT;
-    return resolved.error != 0 ? -resolved.error : -EHOSTUNREACH;
+    return resolved.error != 0 ? resolved.error : -EHOSTUNREACH;
 }
 
 }  // namespace

@@ -12,8 +12,8 @@ namespace quorvane {
 /// kMaxSocketWaitMs; the limit holds for each query and for each address tried.
 ///
 /// When no address answers, the error is that of the last attempt.  When there was no address to
-/// try, it is the resolver's error, -ETIMEDOUT if no answer came, or -EHOSTUNREACH if the answer
-/// held no address.
+/// try, it is the resolver's error, -ETIMEDOUT if no response came, or -EHOSTUNREACH if it held no
+/// address.
 [[nodiscard]] ConnectResult connect_host(std::string_view host, std::int32_t port,
                                          std::int64_t timeout_ms = 5'000);
 

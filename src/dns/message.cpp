@@ -67,7 +67,7 @@ struct DatagramReader {
     }
 };
 
-DnsAnswer malformed() { return {.error = EBADMSG}; }
+DnsAnswer malformed() { return {.error = -EBADMSG}; }
 
 template <typename Address> Address address_from(std::string_view data) {
     Address address;

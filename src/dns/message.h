@@ -24,18 +24,17 @@ inline constexpr std::uint16_t kDnsTypeAaaa = 28;
 
 /// The result of one query.
 struct DnsAnswer {
-    std::vector<std::string> addresses =
-        {};                  ///< Address texts, in the order of the answer section.
-    bool ok = false;         ///< A valid response; it may hold no address.
-    bool timed_out = false;  ///< No response came in time.
-    int error = 0;           ///< An error number of errno(3), positive; 0 when there is none.
+    std::vector<std::string> addresses = {};  ///< Texts, in the order of the answer section.
+    bool ok = false;                          ///< A valid response; it may hold no address.
+    bool timed_out = false;                   ///< No response came in time.
+    long error = 0;                           ///< A negated errno value; 0 when there is none.
 };
 
 /// Reads the addresses of a response: every A and AAAA record of class IN, whatever the question
 /// was and whichever name owns the record, so that an alias before them does no harm.  IPv6
 /// addresses are written in eight groups.
 ///
-/// The answer is not ok, with EBADMSG and no address, for another identifier, a message that is no
+/// The answer is not ok, with -EBADMSG and no address, for another identifier, a message that is no
 /// response, a response code other than 0, more than 16 questions or 256 answers, a name of 127 or
 /// more steps (labels and compression pointers), and any part that is not inside the datagram.  The
 /// truncation bit is ignored.

@@ -29,9 +29,6 @@ struct DnsQuestion {
     std::string_view name_server;  // An IPv4 literal.
 };
 
-// `error` is negated, as the kernel gives it.
-DnsAnswer query_failed(long error) { return {.error = static_cast<int>(-error)}; }
-
 // RFC 1122 3.2.1.3: 127.0.0.0/8 never leaves this machine, nor does what is sent to 0.0.0.0.
 bool is_local(const sockaddr_in& endpoint) {
     const std::uint32_t address = ntohl(endpoint.sin_addr.s_addr);
@@ -47,44 +44,42 @@ bool is_from(const sockaddr_in& sender, const sockaddr_in& server) {
 }
 
 DnsAnswer receive_response(int fd, const SocketAddress& server, const DnsQuestion& question) {
-    const std::int64_t deadline = monotonic_ms() + question.timeout_ms;
+    const std::int64_t deadline_ms = monotonic_ms() + question.timeout_ms;
     for (;;) {
-        const std::int64_t left_ms = deadline - monotonic_ms();
+        const std::int64_t left_ms = deadline_ms - monotonic_ms();
         const long ready = left_ms < 0 ? 0 : wait_ready(fd, POLLIN, left_ms);
-        if (ready < 0) return query_failed(ready);
+        if (ready < 0) return {.error = ready};
         if (ready == 0) return {.timed_out = true};
 
         char datagram[kMaxDatagramBytes];
         SocketAddress sender;
-        const long count =
+        const long received_bytes =
             kernel::recvfrom(fd, datagram, sizeof datagram, MSG_DONTWAIT, &sender, &sender.size);
         // recvfrom(2): the datagram that made the socket readable may be damaged and dropped.
-        if (count == -EAGAIN) continue;
-        if (count < 0) return query_failed(count);
+        if (received_bytes == -EAGAIN) continue;
+        if (received_bytes < 0) return {.error = received_bytes};
         if (!is_from(sender.ipv4, server.ipv4)) continue;
-        const std::string_view received(datagram, static_cast<std::size_t>(count));
+        const std::string_view received(datagram, static_cast<std::size_t>(received_bytes));
         return parse_dns_response(received, question.identifier);
     }
 }
 
 DnsAnswer ask_name_server(DnsQuestion question) {
     const std::optional<Ipv4Address> address = parse_ipv4(question.name_server);
-    if (!address) return query_failed(-EINVAL);
-    if (question.timeout_ms < 0 || question.timeout_ms > kMaxReadyWaitMs) {
-        return query_failed(-EINVAL);
-    }
+    const bool in_range = question.timeout_ms >= 0 && question.timeout_ms <= kMaxReadyWaitMs;
+    if (!address || !in_range) return {.error = -EINVAL};
     // Built first, because for a bad name nothing is drawn or sent.
     std::optional<std::string> query = build_dns_query(question.host, 0, question.type);
-    if (!query) return query_failed(-EINVAL);
+    if (!query) return {.error = -EINVAL};
     const std::optional<std::string> identifier = secure_random_bytes(2);
-    if (!identifier) return query_failed(-EIO);
+    if (!identifier) return {.error = -EIO};
     std::ranges::copy(*identifier, query->begin());
     question.identifier =
         static_cast<std::uint16_t>(static_cast<std::uint8_t>(identifier->front()) << 8 |
                                    static_cast<std::uint8_t>(identifier->back()));
 
     const long opened = kernel::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (opened < 0) return query_failed(opened);
+    if (opened < 0) return {.error = opened};
     const FdHandle fd(opened);
     const SocketAddress server = make_socket_address(*address, kDnsPort);
     const SocketAddress local = make_socket_address(Ipv4Address(), 0);
@@ -98,7 +93,7 @@ DnsAnswer ask_name_server(DnsQuestion question) {
         status = kernel::sendto(fd.get(), datagram.data(), datagram.size(), MSG_NOSIGNAL, &server,
                                 server.size);
     }
-    if (status < 0) return query_failed(status);
+    if (status < 0) return {.error = status};
     return receive_response(fd.get(), server, question);
 }
 

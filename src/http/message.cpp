@@ -26,7 +26,7 @@ void append_headers(std::string& head, const std::vector<HttpHeader>& headers) {
 void append_closing_headers(std::string& head, const std::vector<HttpHeader>& headers,
                             std::size_t body_size) {
     if (!has_header(headers, "Content-Length")) {
-        append_line(head, "Content-Length", to_decimal(body_size));
+        append_line(head, "Content-Length", std::to_string(body_size));
     }
     if (!has_header(headers, "Connection")) append_line(head, "Connection", "close");
 }
@@ -70,7 +70,7 @@ ByteBuffer serialize_request(const HttpRequest& request, std::string_view host_h
 }
 
 std::string serialize_response_head(const HttpResponse& response) {
-    std::string head = "HTTP/1.1 " + to_decimal(response.status) + " ";
+    std::string head = "HTTP/1.1 " + std::to_string(response.status) + " ";
     head.append(reason_phrase(response.status)).append("\r\n");
     append_headers(head, response.headers);
     // RFC 9110 15.2.2: after a 101 the connection continues in another protocol.

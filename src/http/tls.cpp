@@ -49,40 +49,29 @@ struct OpenSsl {
 
 // Process-wide: the library is loaded once, and the text of the last failure is kept.
 OpenSsl openssl;
-bool openssl_loaded = false;
 std::string_view last_error;
 
+bool fill_table() {
 #ifdef QUORVANE_LINK_OPENSSL
-bool fill_table(OpenSsl& table) {
-#define QUORVANE_TAKE(name) table.name = &::name;
-    QUORVANE_OPENSSL_FUNCTIONS(QUORVANE_TAKE)
-#undef QUORVANE_TAKE
-    return true;
-}
+#define QUORVANE_TAKE(name) openssl.name = &::name;
 #else
-template <typename Function>
-bool find_function(void* library, const char* name, Function*& function) {
-    function = reinterpret_cast<Function*>(::dlsym(library, name));
-    return function != nullptr;
-}
-
-bool fill_table(OpenSsl& table) {
     // dlsym(3) also searches the libraries that this one depends on, so it finds libcrypto.so.3.
     // Both stay loaded: the process ends soon, and their exit handlers belong to them.
     void* const library = ::dlopen("libssl.so.3", RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) return false;
-    bool found = true;
-#define QUORVANE_TAKE(name) found = found && find_function(library, #name, table.name);
+#define QUORVANE_TAKE(name)                                                           \
+    openssl.name = reinterpret_cast<decltype(openssl.name)>(::dlsym(library, #name)); \
+    if (openssl.name == nullptr) return false;
+#endif
     QUORVANE_OPENSSL_FUNCTIONS(QUORVANE_TAKE)
 #undef QUORVANE_TAKE
-    return found;
+    return true;
 }
-#endif
 
 bool load_openssl() {
-    if (!openssl_loaded) openssl_loaded = fill_table(openssl);
+    static const bool loaded = fill_table();
     // The version does not matter: that the call returns proves that the table leads into OpenSSL.
-    return openssl_loaded && openssl.OpenSSL_version_num() >= 1;
+    return loaded && openssl.OpenSSL_version_num() >= 1;
 }
 
 bool settings_in_range(const TlsSettings& settings) {
@@ -90,14 +79,14 @@ bool settings_in_range(const TlsSettings& settings) {
            settings.port >= 1 && settings.port <= kMaxPort && !settings.host.empty();
 }
 
-ConnectResult connect_tcp(const TlsSettings& settings) {
+std::optional<FdHandle> connect_tcp(const TlsSettings& settings) {
     const std::int64_t timeout_ms = std::min(settings.timeout_ms, kMaxSocketWaitMs);
     ConnectResult tcp = settings.host == kLocalhost
                             ? connect_ipv6(kLoopbackIpv6, settings.port, timeout_ms)
                             : connect_host(settings.host, settings.port, timeout_ms);
     // OpenSSL waits inside the socket calls, so the socket itself has to limit them.
-    if (!tcp.ok || set_socket_timeouts(tcp.fd.get(), settings.timeout_ms)) return tcp;
-    return {.error = -EIO};
+    if (!tcp.ok || !set_socket_timeouts(tcp.fd.get(), settings.timeout_ms)) return std::nullopt;
+    return std::move(tcp.fd);
 }
 
 bool load_trust_store(ssl_ctx_st* context, const std::string& file) {
@@ -127,11 +116,11 @@ std::nullopt_t tls_failed(std::string_view message) {
 // stopped again and again still ends; the last try takes what has arrived meanwhile.
 template <typename Operation>
 int call_openssl(int fd, std::int64_t timeout_ms, const Operation& operation) {
-    const std::int64_t deadline = monotonic_ms() + timeout_ms;
+    const std::int64_t deadline_ms = monotonic_ms() + timeout_ms;
     int result = kernel::foreign_call(operation);
     if (result != -EINTR) return result;
     while (result == -EINTR) {
-        const std::int64_t left_ms = std::max<std::int64_t>(deadline - monotonic_ms(), 1);
+        const std::int64_t left_ms = std::max<std::int64_t>(deadline_ms - monotonic_ms(), 1);
         if (!set_socket_timeouts(fd, left_ms)) break;
         result = kernel::foreign_call(operation);
     }
@@ -147,8 +136,8 @@ void FreeTls::operator()(ssl_st* session) const { openssl.SSL_free(session); }
 std::optional<TlsConnection> tls_connect(TlsSettings settings) {
     if (!settings_in_range(settings)) return tls_failed("TLS failed at configuration");
     if (!load_openssl()) return tls_failed("TLS failed at configuration");
-    ConnectResult tcp = connect_tcp(settings);
-    if (!tcp.ok) return tls_failed("TLS failed at tcp_connect");
+    std::optional<FdHandle> fd = connect_tcp(settings);
+    if (!fd) return tls_failed("TLS failed at tcp_connect");
 
     TlsContext context(openssl.SSL_CTX_new(openssl.TLS_client_method()));
     if (context == nullptr) return tls_failed("TLS failed at context_create");
@@ -163,10 +152,10 @@ std::optional<TlsConnection> tls_connect(TlsSettings settings) {
     if (openssl.SSL_set1_host(session.get(), name.c_str()) != 1) {
         return tls_failed("TLS failed at host_verification_setup");
     }
-    if (openssl.SSL_set_fd(session.get(), tcp.fd.get()) != 1) {
+    if (openssl.SSL_set_fd(session.get(), fd->get()) != 1) {
         return tls_failed("TLS failed at socket_attach");
     }
-    const int connected = call_openssl(tcp.fd.get(), settings.timeout_ms,
+    const int connected = call_openssl(fd->get(), settings.timeout_ms,
                                        [&session] { return openssl.SSL_connect(session.get()); });
     if (connected != 1) return tls_failed("TLS failed at handshake");
     // The verify mode has already stopped a bad chain; this check holds even if that changes.
@@ -174,7 +163,7 @@ std::optional<TlsConnection> tls_connect(TlsSettings settings) {
         return tls_failed("TLS failed at certificate_verification");
     }
     last_error = {};
-    return TlsConnection{std::move(tcp.fd), std::move(context), std::move(session),
+    return TlsConnection{std::move(*fd), std::move(context), std::move(session),
                          settings.timeout_ms};
 }
 
@@ -199,15 +188,15 @@ bool tls_write(TlsConnection& connection, std::string_view bytes) {
 ReceiveResult tls_read(TlsConnection& connection, ByteBuffer& into, std::int64_t max_bytes) {
     const int size = static_cast<int>(std::clamp<std::int64_t>(max_bytes, 1, kMaxReceiveBytes));
     char* const spare = into.spare(static_cast<std::size_t>(size));
-    const int count =
+    const int received_bytes =
         call_openssl(connection.fd.get(), connection.timeout_ms, [&connection, spare, size] {
             return openssl.SSL_read(connection.session.get(), spare, size);
         });
     // socket(7), SO_RCVTIMEO: a receive that waited for all of its limit fails with EAGAIN.
-    if (count == -EAGAIN) return {.timed_out = true};
-    if (count < 0) return {.error = count};
-    into.commit(static_cast<std::size_t>(count));
-    return {.count = count, .end_of_stream = count == 0};
+    if (received_bytes == -EAGAIN) return {.timed_out = true};
+    if (received_bytes < 0) return {.error = received_bytes};
+    into.commit(static_cast<std::size_t>(received_bytes));
+    return {.received_bytes = received_bytes, .end_of_stream = received_bytes == 0};
 }
 
 void tls_close(TlsConnection connection) {

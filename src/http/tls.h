@@ -67,13 +67,13 @@ struct TlsConnection {
 /// Writes every byte.  False when the peer is gone or takes nothing for the time limit.
 [[nodiscard]] bool tls_write(TlsConnection& connection, std::string_view bytes);
 
-/// Appends up to `max_bytes` (1 to kMaxReceiveBytes) to `into`.  End of stream is the peer's close,
-/// with or without a notification.  An error is that of the socket call, or -EIO where the peer
-/// broke the protocol.
+/// Appends up to `max_bytes` (clamped to 1 to kMaxReceiveBytes) to `into`.  End of stream is the
+/// peer's close, with or without a notification.  An error is that of the socket call, or -EIO
+/// where the peer broke the protocol.
 [[nodiscard]] ReceiveResult tls_read(TlsConnection& connection, ByteBuffer& into,
                                      std::int64_t max_bytes);
 
-/// Tells the peer, without waiting for its answer or until it reads, and frees everything.
+/// Sends the close notification without waiting for anything, and frees everything.
 void tls_close(TlsConnection connection);
 
 /// The process's last TLS failure, empty after a `tls_connect` that succeeded.

@@ -10,20 +10,16 @@
 namespace quorvane {
 namespace {
 
-// What ends the reading of a response beside the peer's close, an error and the maximum.
-enum class EndOfReading {
-    // Nothing.  Every request asks the peer to close, and only then is a body of no announced
-    // length complete.
-    kClose,
-    // A complete response of up to kDefaultMaxBodyBytes, because a front that ends TLS may keep the
-    // connection open in spite of the request.  A longer one is read until the close.
-    kCompleteResponse,
-};
-
-// Reads the response to a request that was sent.  `read(into, most)` is called while less than
+// Reads the response to a request that was sent.  Every request asks the peer to close, and only
+// then is a body of no announced length complete.  A front that ends TLS may keep the connection
+// open in spite of that: with `ends_when_complete` a complete response of up to
+// kDefaultMaxBodyBytes ends the reading, too.
+//
+// `read(into, most)` is called while less than
 // `max_bytes` have arrived; it appends at most `most` bytes to `into` and returns a ReceiveResult.
 template <typename Read>
-TransportResult receive_response(std::int64_t max_bytes, EndOfReading end, const Read& read) {
+TransportResult receive_response(std::int64_t max_bytes, bool ends_when_complete,
+                                 const Read& read) {
     constexpr std::int64_t kMaxReadBytes = 65'536;
     TransportResult result;
     result.ok = true;
@@ -34,15 +30,15 @@ TransportResult receive_response(std::int64_t max_bytes, EndOfReading end, const
         const ReceiveResult got = read(result.bytes, std::min(allowed, kMaxReadBytes));
         if (got.end_of_stream) return result;
         if (got.timed_out || got.error != 0) {
-            result.ok = got.timed_out ? framing.complete : framing.head_bytes.has_value();
-            return result;
+            const bool usable = got.timed_out ? framing.complete : framing.head_bytes.has_value();
+            return usable ? std::move(result) : TransportResult();
         }
         framing.advance(result.bytes.view());
         // Space for all that was announced, and for the read that meets the end.
         if (const std::size_t missing = framing.missing_bytes) {
             static_cast<void>(result.bytes.spare(missing + std::size_t{kMaxReadBytes}));
         }
-        const bool may_end = end == EndOfReading::kCompleteResponse && framing.complete;
+        const bool may_end = ends_when_complete && framing.complete;
         if (may_end && framing.body_bytes <= kDefaultMaxBodyBytes) return result;
     }
 }
@@ -54,7 +50,7 @@ TransportResult PlainTransport::round_trip(const HttpTarget& target, std::string
     if (!connection.ok) return {};
     const int fd = connection.fd.get();
     if (send_all(fd, request, target.timeout_ms) < 0) return {};
-    return receive_response(target.max_response_bytes, EndOfReading::kClose,
+    return receive_response(target.max_response_bytes, false,
                             [fd, &target](ByteBuffer& into, std::int64_t most) {
                                 return receive_some(fd, into, most, target.timeout_ms);
                             });
@@ -68,7 +64,7 @@ TransportResult TlsTransport::round_trip(const HttpTarget& target, std::string_v
     TransportResult result;
     if (!connection) return result;
     if (tls_write(*connection, request)) {
-        result = receive_response(target.max_response_bytes, EndOfReading::kCompleteResponse,
+        result = receive_response(target.max_response_bytes, true,
                                   [&connection](ByteBuffer& into, std::int64_t most) {
                                       return tls_read(*connection, into, most);
                                   });

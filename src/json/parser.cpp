@@ -52,9 +52,9 @@ constexpr ErrorText kDuplicateKey = {"duplicate_key", "duplicate JSON object key
 
 // The state of one parse.
 //
-// kTextPadding zero bytes follow the input, and no token contains one.  So nothing here compares
-// its place with the end: a zero byte is refused like any other that does not belong, and only then
-// `refuse_or_end` asks whether it is a byte of the input or the end.
+// kTextPadding zero bytes follow the input, and no token contains one.  So most steps do not
+// compare their place with the end: a zero byte is refused like any other that does not belong, and
+// only then `refuse_or_end` asks whether it is a byte of the input or the end.
 struct Parser {
     const char* end;
     JsonLimits limits;
@@ -193,7 +193,7 @@ Cursor decode_string(Parser& parser, Cursor cursor) {
     }
     *parser.texts = '"';
     const std::string_view decoded(text, static_cast<std::size_t>(parser.texts - text));
-    *cursor.node = text_node(JsonKind::kString, scan::is_plain(decoded), decoded);
+    *cursor.node = text_node(JsonKind::kString, scan::holds_plain_text(decoded), decoded);
     return {cursor.at, cursor.node + 1};
 }
 

@@ -61,7 +61,7 @@ inline const char* skip_text(const char* at) {
 
 /// Whether a JSON string holds `text` as it is.  The byte after the text must be one that it cannot
 /// hold, which ends the search.
-inline bool is_plain(std::string_view text) {
+inline bool holds_plain_text(std::string_view text) {
     return skip_text(text.data()) == text.data() + text.size();
 }
 

@@ -33,7 +33,7 @@ namespace quorvane {
 
 struct JsonNode {
     JsonKind kind = JsonKind::kNull;
-    bool flag = false;       ///< Asked by name: is_plain, is_integer, is_true, is_link.
+    bool flag = false;       ///< Asked by name: is_plain, is_integer_node, is_true, is_link.
     std::uint32_t size = 0;  ///< Text: bytes.  Array: elements.  Object: members.
     union {
         const char* text = nullptr;  ///< String, number.
@@ -62,12 +62,12 @@ inline bool is_container(const JsonNode& node) {
     return node.kind == JsonKind::kArray || node.kind == JsonKind::kObject;
 }
 inline bool is_plain(const JsonNode& string) { return string.flag; }
-inline bool is_integer(const JsonNode& number) { return number.flag; }
+inline bool is_integer_node(const JsonNode& number) { return number.flag; }
 inline bool is_true(const JsonNode& boolean) { return boolean.flag; }
 inline bool is_link(const JsonNode& node) { return is_container(node) && node.flag; }
 
 /// The node itself, or the container that its link refers to.
-inline const JsonNode* resolve(const JsonNode* node) {
+inline const JsonNode* follow_link(const JsonNode* node) {
     return is_link(*node) ? node->target : node;
 }
 /// The node after all those of the value at `node`.

@@ -1,5 +1,6 @@
 #include "json/utf8.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstdint>
@@ -31,9 +32,9 @@ std::optional<std::size_t> sequence_length(const char* at, const char* end) {
     return 4;
 }
 
-// Where the first bad sequence starts, or `end`; `at` is between two characters.
-const char* skip_valid(const char* at, const char* end) {
-    while (at != end) {
+// Goes from character to character until `stop` is reached or passed, or to the first bad sequence.
+const char* skip_valid(const char* at, const char* stop, const char* end) {
+    while (at < stop) {
         const std::optional<std::size_t> length = sequence_length(at, end);
         if (!length) break;
         at += *length;
@@ -74,8 +75,8 @@ bool any(scan::SignedBytes matches) {
     return (halves[0] | halves[1]) != 0;
 }
 
-constexpr std::ptrdiff_t kBlock = 64;
-constexpr std::ptrdiff_t kLookBack = 3;
+constexpr std::ptrdiff_t kBlockBytes = 64;
+constexpr std::ptrdiff_t kLookBackBytes = 3;
 
 bool is_ascii_block(const char* at) {
     const scan::SignedBytes all =
@@ -88,7 +89,7 @@ bool is_valid_block(const char* at) {
 }
 
 // The start of the character that the byte before `at` belongs to, if it lacks bytes from `at` on,
-// else `at`.  At least kLookBack bytes precede it.
+// else `at`.  At least kLookBackBytes bytes precede it.
 const char* character_start(const char* at) {
     const auto byte = [at](std::ptrdiff_t back) { return static_cast<unsigned char>(at[-back]); };
     if (byte(1) >= 0xC0) return at - 1;
@@ -101,22 +102,19 @@ const char* character_start(const char* at) {
 std::size_t valid_utf8_prefix(std::string_view bytes) {
     const char* const begin = bytes.data();
     const char* const end = begin + bytes.size();
-    const char* at = begin;
     // One by one, until there are bytes to look back at.
-    while (at != end && at - begin < kLookBack) {
-        const std::optional<std::size_t> length = sequence_length(at, end);
-        if (!length) return static_cast<std::size_t>(at - begin);
-        at += *length;
+    const char* at = skip_valid(begin, begin + std::min(kLookBackBytes, end - begin), end);
+    if (at - begin >= kLookBackBytes) {
+        // Before each step no byte before `at` is misplaced, but the last character may lack some.
+        while (end - at >= kBlockBytes) {
+            // In a block of ASCII only what came before it can be wrong.
+            const bool valid = is_ascii_block(at) ? character_start(at) == at : is_valid_block(at);
+            if (!valid) break;
+            at += kBlockBytes;
+        }
+        at = character_start(at);
     }
-    // Before each step no byte before `at` is misplaced, but the last character may lack some.
-    while (end - at >= kBlock) {
-        // In a block of ASCII only what came before it can be wrong.
-        const bool valid = is_ascii_block(at) ? character_start(at) == at : is_valid_block(at);
-        if (!valid) break;
-        at += kBlock;
-    }
-    if (at - begin >= kLookBack) at = character_start(at);
-    return static_cast<std::size_t>(skip_valid(at, end) - begin);
+    return static_cast<std::size_t>(skip_valid(at, end, end) - begin);
 }
 
 char* put_utf8(char32_t code_point, char* out) {

@@ -35,20 +35,17 @@ class Builder {
 
     void add_string(std::string_view text) {
         const std::string_view kept = add_text(text);
-        *node_++ = text_node(JsonKind::kString, scan::is_plain(kept), kept);
+        *node_++ = text_node(JsonKind::kString, scan::holds_plain_text(kept), kept);
     }
     void add_number(std::string_view text, bool is_integer) {
         *node_++ = text_node(JsonKind::kNumber, is_integer, add_text(text));
     }
 
-    // A key or value of another tree, whose blocks the new tree will own.
-    void add_reference(JsonView value) {
+    // A value of another tree, whose blocks the new tree takes over.
+    void add_value(JsonValue& value) {
         const JsonNode& node = *JsonAccess::node(value);
         *node_++ = is_container(node) ? link_node(node) : node;
-    }
-    void own(JsonValue& value) {
-        std::vector<ByteBuffer> blocks = JsonAccess::take_blocks(value);
-        std::move(blocks.begin(), blocks.end(), std::back_inserter(blocks_));
+        std::ranges::move(JsonAccess::take_blocks(value), std::back_inserter(blocks_));
     }
 
     JsonValue close(JsonKind kind, std::size_t size) {
@@ -102,7 +99,7 @@ bool JsonView::boolean() const {
 JsonNumber JsonView::number() const {
     const JsonNode* const node = node_of_kind(*this, JsonKind::kNumber);
     if (node == nullptr) return {};
-    JsonNumber number{.text = node_text(*node), .is_integer = is_integer(*node)};
+    JsonNumber number{.text = node_text(*node), .is_integer = is_integer_node(*node)};
     const std::optional<std::int64_t> value =
         number.is_integer ? integer_value(number.text) : std::nullopt;
     number.integer = value.value_or(0);
@@ -126,7 +123,7 @@ JsonItems JsonView::items() const {
 
 JsonItem JsonItems::operator*() const {
     const std::string_view key = key_nodes_ == 0 ? std::string_view() : node_text(*node_);
-    return {key, JsonAccess::view(resolve(node_ + key_nodes_))};
+    return {key, JsonAccess::view(follow_link(node_ + key_nodes_))};
 }
 
 JsonItems& JsonItems::operator++() {
@@ -150,7 +147,7 @@ JsonValue json_string(std::string_view text) {
     return builder.finish();
 }
 
-JsonValue json_integer(std::int64_t value) { return make_number(to_decimal(value), true); }
+JsonValue json_integer(std::int64_t value) { return make_number(std::to_string(value), true); }
 
 JsonValue json_number_text(std::string_view text) {
     const char* const end = text.data() + text.size();
@@ -162,10 +159,7 @@ JsonValue json_number_text(std::string_view text) {
 JsonValue json_array(std::vector<JsonValue> elements) {
     Builder builder(1 + elements.size(), 0);
     builder.open();
-    for (JsonValue& element : elements) {
-        builder.add_reference(element);
-        builder.own(element);
-    }
+    for (JsonValue& element : elements) builder.add_value(element);
     return builder.close(JsonKind::kArray, elements.size());
 }
 
@@ -178,8 +172,7 @@ JsonValue json_object(std::vector<std::string_view> keys, std::vector<JsonValue>
     builder.open();
     for (std::size_t i = 0; i < keys.size(); ++i) {
         builder.add_string(keys[i]);
-        builder.add_reference(values[i]);
-        builder.own(values[i]);
+        builder.add_value(values[i]);
     }
     return builder.close(JsonKind::kObject, keys.size());
 }
@@ -204,31 +197,17 @@ std::string_view json_get_string(JsonView object, std::string_view key) {
     return json_member(object, key).text();
 }
 
-// Taking apart.
+// Of views.
 
-JsonValue json_take_member(JsonValue object, std::string_view key) {
-    const JsonView member = json_member(object, key);
-    if (!member.present()) return {};
-    return JsonAccess::value(JsonAccess::take_blocks(object), JsonAccess::node(member));
-}
-
-JsonValue json_without_members(JsonValue object, std::span<const std::string_view> keys) {
-    const JsonView view = object;
-    Builder builder(1 + 2 * view.size(), 0);
-    builder.open();
-    std::size_t kept = 0;
-    const JsonNode* key = JsonAccess::node(view) + 1;
-    std::size_t remaining = view.is_object() ? view.size() : 0;
-    for (; remaining > 0; --remaining) {
-        if (std::find(keys.begin(), keys.end(), node_text(*key)) == keys.end()) {
-            builder.add_reference(JsonAccess::view(key));
-            builder.add_reference(JsonAccess::view(resolve(key + 1)));
-            ++kept;
-        }
-        key = step_over(key + 1);
+JsonValue json_without_members(JsonView object, std::span<const std::string_view> names) {
+    std::vector<std::string_view> keys;
+    std::vector<JsonValue> values;
+    for (const JsonItem item : object.items()) {
+        if (!object.is_object() || std::ranges::find(names, item.key) != names.end()) continue;
+        keys.push_back(item.key);
+        values.push_back(json_borrow(item.value));
     }
-    builder.own(object);
-    return builder.close(JsonKind::kObject, kept);
+    return json_object(std::move(keys), std::move(values));
 }
 
 }  // namespace quorvane

@@ -16,8 +16,8 @@
 /// be written does not exist.
 ///
 /// How a tree is stored is private to json/.  What matters outside: reading never copies, moving
-/// a JsonValue costs a few words, and putting trees into an array or object, or taking a member
-/// out, moves them without touching what they hold.
+/// a JsonValue costs a few words, and putting trees into an array or object moves
+/// them without touching what they hold.
 namespace quorvane {
 
 enum class JsonKind : std::uint8_t {
@@ -52,10 +52,6 @@ class JsonView {
     [[nodiscard]] bool present() const { return node_ != nullptr; }
     [[nodiscard]] JsonKind kind() const;  ///< The absent view reads as null.
     [[nodiscard]] bool is_null() const { return kind() == JsonKind::kNull; }
-    [[nodiscard]] bool is_string() const { return kind() == JsonKind::kString; }
-    [[nodiscard]] bool is_number() const { return kind() == JsonKind::kNumber; }
-    [[nodiscard]] bool is_boolean() const { return kind() == JsonKind::kBoolean; }
-    [[nodiscard]] bool is_array() const { return kind() == JsonKind::kArray; }
     [[nodiscard]] bool is_object() const { return kind() == JsonKind::kObject; }
 
     [[nodiscard]] std::string_view text() const;  ///< Of a string; may hold zero bytes.
@@ -135,7 +131,8 @@ class JsonValue {
 /// are kept.
 [[nodiscard]] JsonValue json_object(std::vector<std::string_view> keys,
                                     std::vector<JsonValue> values);
-/// The value itself as part of another tree, where it must outlive that tree; absent is null.
+/// A value that refers to `value` without owning it; the owner must outlive every tree that it is
+/// put into.  Absent becomes null.
 [[nodiscard]] JsonValue json_borrow(JsonView value);
 
 /// Values as the list that json_array and json_object take, in one expression.
@@ -154,12 +151,9 @@ template <typename... Values> [[nodiscard]] std::vector<JsonValue> json_values(V
 /// Empty when there is no such member or it is not a string.
 [[nodiscard]] std::string_view json_get_string(JsonView object, std::string_view key);
 
-// Taking trees apart.  What is left out stays in memory as long as the result.
-
-/// The member, or null when there is none.
-[[nodiscard]] JsonValue json_take_member(JsonValue object, std::string_view key);
-/// The object without the members named; an empty object when `object` is none.
-[[nodiscard]] JsonValue json_without_members(JsonValue object,
-                                             std::span<const std::string_view> keys);
+/// The object without the members named, borrowed from `object` as by
+/// json_borrow; an empty object when `object` is none.
+[[nodiscard]] JsonValue json_without_members(JsonView object,
+                                             std::span<const std::string_view> names);
 
 }  // namespace quorvane

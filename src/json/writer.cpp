@@ -51,9 +51,9 @@ constexpr std::array<Escape, 256> make_escapes() {
             table[byte] = {{'\\', 'u', '0', '0', kDigits[byte >> 4], kDigits[byte & 15]}, 6};
         }
     }
-    constexpr std::string_view kShort = "\bb\tt\nn\ff\rr\"\"\\\\";
-    for (std::size_t i = 0; i < kShort.size(); i += 2) {
-        table[static_cast<unsigned char>(kShort[i])] = {{'\\', kShort[i + 1]}, 2};
+    constexpr std::string_view kShortEscapes = "\bb\tt\nn\ff\rr\"\"\\\\";
+    for (std::size_t i = 0; i < kShortEscapes.size(); i += 2) {
+        table[static_cast<unsigned char>(kShortEscapes[i])] = {{'\\', kShortEscapes[i + 1]}, 2};
     }
     return table;
 }
@@ -62,10 +62,10 @@ constexpr std::array<Escape, 256> kEscapes = make_escapes();
 
 // `text` is padded; `at` is a place for its size and kStepBytes.
 char* put_text(char* at, std::string_view text) {
-    constexpr std::size_t kShort = 32;
-    static_assert(kShort <= kTextPadding);
-    if (text.size() <= kShort) {
-        std::memcpy(at, text.data(), kShort);
+    constexpr std::size_t kShortBytes = 32;
+    static_assert(kShortBytes <= kTextPadding);
+    if (text.size() <= kShortBytes) {
+        std::memcpy(at, text.data(), kShortBytes);
     } else {
         std::memcpy(at, text.data(), text.size());
     }
@@ -112,7 +112,8 @@ char* put_value(Writer& writer, char* at, const JsonNode& node, std::size_t dept
         case JsonKind::kNumber:
             return put_text(writer.spare(at, node.size + kStepBytes), node_text(node));
         case JsonKind::kArray:
-        case JsonKind::kObject: return put_container<kIndented>(writer, at, *resolve(&node), depth);
+        case JsonKind::kObject:
+            return put_container<kIndented>(writer, at, *follow_link(&node), depth);
         case JsonKind::kBoolean:
             at = writer.spare(at, kStepBytes);
             return is_true(node) ? put_word(at, "true") : put_word(at, "false");

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <string_view>
-
 #include "json/value.h"
 #include "support/bytes.h"
 
@@ -10,7 +8,7 @@
 /// Strings are written with the two-character escapes \" \\ \b \f \n \r \t, other bytes below
 /// 0x20 as \u00 and two lower-case digits, everything else as it is: "/" and 0x7F are never
 /// escaped, nor is any character beyond ASCII.  Numbers are written as they were read.  The text
-/// has no newline at its end.  An absent value is written as null.  Nesting costs stack, some
+/// has no line feed at its end.  An absent value is written as null.  Nesting costs stack, some
 /// hundred bytes for each level.
 namespace quorvane {
 

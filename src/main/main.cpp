@@ -4,7 +4,7 @@
 
 int main(int argc, char** argv) {
     quorvane::set_process_vectors(argc, argv);
-    quorvane::secure_standard_streams();
+    quorvane::prepare_process();
     // All output is written.  Exit handlers, OpenSSL's above all, would only free memory.
     quorvane::kernel::exit(quorvane::run_cli());
 }

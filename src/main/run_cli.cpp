@@ -84,8 +84,8 @@ int run_cli() {
     const bool found = body != std::end(kCommandBodies);
     if (found && !body->needs_token) return body->run(call);
 
-    const CredentialStore credentials = load_credentials(origin);
-    call.token = json_get_string(credentials, "token");
+    const std::optional<CredentialStore> credentials = load_credentials(origin);
+    if (credentials) call.token = json_get_string(*credentials, "token");
     if (call.token.empty()) return fail("Run quorvane login first");
     // A group without a subcommand, such as "config", has no body.
     return found ? body->run(call) : fail(render_help(kProgram, {}));

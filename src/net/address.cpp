@@ -58,7 +58,7 @@ std::string format_ipv4(const Ipv4Address& address) {
     std::string text;
     for (const std::uint8_t byte : address.bytes) {
         if (!text.empty()) text += '.';
-        text += to_decimal(byte);
+        text += std::to_string(byte);
     }
     return text;
 }

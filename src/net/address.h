@@ -15,8 +15,8 @@ namespace quorvane {
 
 inline constexpr std::int32_t kMaxPort = 65535;
 
-/// The name of this machine, which is never looked up: a plain connection to it goes to
-/// kLoopbackIpv4, one over TLS to kLoopbackIpv6.
+/// The name of this machine.  No transport looks it up: a plain connection goes to kLoopbackIpv4,
+/// one over TLS to kLoopbackIpv6.
 inline constexpr std::string_view kLocalhost = "localhost";
 inline constexpr std::string_view kLoopbackIpv4 = "127.0.0.1";
 inline constexpr std::string_view kLoopbackIpv6 = "::1";

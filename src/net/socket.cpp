@@ -15,10 +15,6 @@ namespace {
 
 constexpr std::int64_t kMaxDrainBytes = 65'536;
 
-ConnectResult socket_failed(long error) { return {.error = static_cast<int>(error)}; }
-
-ReceiveResult receive_failed(long error) { return {.error = static_cast<int>(error)}; }
-
 bool in_range(std::int64_t value, std::int64_t least, std::int64_t most) {
     return value >= least && value <= most;
 }
@@ -42,21 +38,21 @@ long wait_for_connect(int fd, std::int64_t timeout_ms) {
 template <typename Address>
 ConnectResult connect_address(const std::optional<Address>& address, std::int32_t port,
                               std::int64_t timeout_ms) {
-    if (!address || !in_range(port, 1, kMaxPort)) return socket_failed(-EINVAL);
-    if (!in_range(timeout_ms, 1, kMaxSocketWaitMs)) return socket_failed(-EINVAL);
+    if (!address || !in_range(port, 1, kMaxPort)) return {.error = -EINVAL};
+    if (!in_range(timeout_ms, 1, kMaxSocketWaitMs)) return {.error = -EINVAL};
     const SocketAddress target = make_socket_address(*address, port);
     const int type = SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC;
     const long opened = kernel::socket(target.family(), type, 0);
-    if (opened < 0) return socket_failed(opened);
+    if (opened < 0) return {.error = opened};
     FdHandle fd(opened);
 
     long status = kernel::connect(fd.get(), &target, target.size);
     if (status == -EINPROGRESS) status = wait_for_connect(fd.get(), timeout_ms);
-    if (status < 0) return socket_failed(status);
+    if (status < 0) return {.error = status};
 
     // Readers poll before every read, so from here on the socket may block.
     status = kernel::fcntl(fd.get(), F_SETFL, 0);
-    if (status < 0) return socket_failed(status);
+    if (status < 0) return {.error = status};
     // Without this the last piece of a large request waits 40 ms for the peer's delayed
     // acknowledgement (RFC 896 against RFC 1122 4.2.3.2); where it is refused, nothing else
     // changes.
@@ -77,18 +73,18 @@ ConnectResult connect_ipv6(std::string_view address, std::int32_t port, std::int
 ConnectResult open_listener(std::string_view address, std::int32_t port, std::int32_t backlog,
                             bool reuse_port) {
     const std::optional<Ipv4Address> parsed = parse_ipv4(address);
-    if (!parsed || !in_range(port, 0, kMaxPort)) return socket_failed(-EINVAL);
-    if (!in_range(backlog, 1, 4096)) return socket_failed(-EINVAL);
+    if (!parsed || !in_range(port, 0, kMaxPort)) return {.error = -EINVAL};
+    if (!in_range(backlog, 1, 4096)) return {.error = -EINVAL};
 
     const long opened = kernel::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (opened < 0) return socket_failed(opened);
+    if (opened < 0) return {.error = opened};
     FdHandle fd(opened);
     const SocketAddress local = make_socket_address(*parsed, port);
     long status = set_flag(fd.get(), SOL_SOCKET, SO_REUSEADDR);
     if (status >= 0 && reuse_port) status = set_flag(fd.get(), SOL_SOCKET, SO_REUSEPORT);
     if (status >= 0) status = kernel::bind(fd.get(), &local, local.size);
     if (status >= 0) status = kernel::listen(fd.get(), backlog);
-    if (status < 0) return socket_failed(status);
+    if (status < 0) return {.error = status};
     return {.ok = true, .fd = std::move(fd)};
 }
 
@@ -141,17 +137,17 @@ long send_all(int fd, std::string_view bytes, std::int64_t timeout_ms) {
 
 ReceiveResult receive_some(int fd, ByteBuffer& into, std::int64_t max_bytes,
                            std::int64_t timeout_ms) {
-    if (!in_range(max_bytes, 1, kMaxReceiveBytes)) return receive_failed(-EINVAL);
-    if (!in_range(timeout_ms, 1, kMaxSocketWaitMs)) return receive_failed(-EINVAL);
+    if (!in_range(max_bytes, 1, kMaxReceiveBytes)) return {.error = -EINVAL};
+    if (!in_range(timeout_ms, 1, kMaxSocketWaitMs)) return {.error = -EINVAL};
 
     const long ready = wait_ready(fd, POLLIN, timeout_ms);
-    if (ready < 0) return receive_failed(ready);
+    if (ready < 0) return {.error = ready};
     if (ready == 0) return {.timed_out = true};
     const auto size = static_cast<std::size_t>(max_bytes);
-    const long count = kernel::read(fd, into.spare(size), size);
-    if (count < 0) return receive_failed(count);
-    into.commit(static_cast<std::size_t>(count));
-    return {.count = count, .end_of_stream = count == 0};
+    const long received_bytes = kernel::read(fd, into.spare(size), size);
+    if (received_bytes < 0) return {.error = received_bytes};
+    into.commit(static_cast<std::size_t>(received_bytes));
+    return {.received_bytes = received_bytes, .end_of_stream = received_bytes == 0};
 }
 
 bool set_socket_timeouts(int fd, std::int64_t timeout_ms) {
@@ -163,12 +159,13 @@ bool set_socket_timeouts(int fd, std::int64_t timeout_ms) {
 
 void finish_connection(FdHandle fd, std::int64_t timeout_ms) {
     static_cast<void>(kernel::shutdown(fd.get(), SHUT_WR));
-    const std::int64_t deadline = monotonic_ms() + timeout_ms;
+    const std::int64_t deadline_ms = monotonic_ms() + timeout_ms;
     ByteBuffer dropped;
     while (std::ssize(dropped.view()) < kMaxDrainBytes) {
-        const std::int64_t left_ms = std::min(deadline - monotonic_ms(), kMaxSocketWaitMs);
+        const std::int64_t left_ms = std::min(deadline_ms - monotonic_ms(), kMaxSocketWaitMs);
         const std::int64_t left_bytes = kMaxDrainBytes - std::ssize(dropped.view());
-        if (left_ms < 1 || receive_some(fd.get(), dropped, left_bytes, left_ms).count == 0) break;
+        if (left_ms < 1 || receive_some(fd.get(), dropped, left_bytes, left_ms).received_bytes == 0)
+            break;
     }
 }
 

@@ -26,17 +26,16 @@ inline constexpr std::int64_t kMaxReadyWaitMs = 600'000;
 /// The most bytes that one `receive_some` takes.
 inline constexpr std::int64_t kMaxReceiveBytes = 1'048'576;
 
-/// A connected stream socket in blocking mode that sends small pieces at once (TCP_NODELAY), where
-/// the system permits that.
+/// A stream socket in blocking mode.
 struct ConnectResult {
     bool ok = false;
     FdHandle fd = {};  ///< Valid exactly when `ok`.
-    int error = 0;     ///< 0 when `ok`, else a negated errno value.
+    long error = 0;    ///< 0 when `ok`, else a negated errno value.
 };
 
-/// Connects to a dotted-decimal literal; names are never resolved.  `port` is 1 to kMaxPort,
-/// `timeout_ms` 1 to kMaxSocketWaitMs.  A refused connection fails at once, a silent peer after
-/// `timeout_ms`.
+/// Connects to a dotted-decimal literal; names are never resolved.  The socket sends small pieces
+/// at once (TCP_NODELAY), where the system permits that.  `port` is 1 to kMaxPort, `timeout_ms` 1
+/// to kMaxSocketWaitMs.  A refused connection fails at once, a silent peer after `timeout_ms`.
 [[nodiscard]] ConnectResult connect_ipv4(std::string_view address, std::int32_t port,
                                          std::int64_t timeout_ms);
 
@@ -70,13 +69,13 @@ struct ConnectResult {
 [[nodiscard]] long send_all(int fd, std::string_view bytes,
                             std::int64_t timeout_ms = kMaxSocketWaitMs);
 
-/// The result of one read.  At most one of the last three fields is set; with none of them `count`
-/// is positive.
+/// The result of one read.  At most one of the last three fields is set; with none of them
+/// `received_bytes` is positive.
 struct ReceiveResult {
-    std::int64_t count = 0;      ///< Bytes appended.
-    bool end_of_stream = false;  ///< The peer closed its side.
-    bool timed_out = false;      ///< Nothing arrived in time.
-    int error = 0;               ///< 0, or a negated errno value.
+    std::int64_t received_bytes = 0;  ///< Bytes appended.
+    bool end_of_stream = false;       ///< The peer closed its side.
+    bool timed_out = false;           ///< Nothing arrived in time.
+    long error = 0;                   ///< 0, or a negated errno value.
 };
 
 /// Waits at most `timeout_ms` (1 to kMaxSocketWaitMs) for something to read, then appends up to

@@ -20,11 +20,9 @@ constexpr std::int64_t kServiceTimeoutMs = 10'000;
 constexpr std::int32_t kDefaultTlsPort = 443;
 
 HttpRequest make_service_request(std::string_view path, JsonView body, std::string_view token) {
-    std::string authorization = "Bearer ";
-    authorization.append(token);
     return make_post(
         std::string(path), write_json(body),
-        {{"Content-Type", "application/json"}, {"Authorization", std::move(authorization)}});
+        {{"Content-Type", "application/json"}, {"Authorization", concat({"Bearer ", token})}});
 }
 
 ExchangeResult exchange_with(const ServiceOrigin& origin, const HttpRequest& request) {
@@ -33,7 +31,7 @@ ExchangeResult exchange_with(const ServiceOrigin& origin, const HttpRequest& req
                          .max_response_bytes = kMaxResponseBytes,
                          .timeout_ms = kServiceTimeoutMs};
     if (!origin.tls || origin.port != kDefaultTlsPort) {
-        target.host_header.append(":").append(to_decimal(origin.port));
+        target.host_header.append(":").append(std::to_string(origin.port));
     }
     if (origin.tls) {
         TlsTransport transport(origin.port, choose_trust_store());
@@ -44,17 +42,9 @@ ExchangeResult exchange_with(const ServiceOrigin& origin, const HttpRequest& req
     return exchange(target, request, transport);
 }
 
-std::string unreachable_message(const ServiceOrigin& origin, const ExchangeResult& result) {
-    std::string message = "Cannot reach ";
-    message.append(origin.text).append(" (HTTP ").append(to_decimal(result.response.status));
-    message.append(", complete=").append(result.complete ? "true" : "false").append("; ");
-    message.append(origin.tls ? last_tls_error() : "HTTP transport").append(")");
-    return message;
-}
-
 std::string refusal_message(std::int64_t status, JsonView response) {
     if (json_has_member(response, "error")) return std::string(json_get_string(response, "error"));
-    return "Request failed: HTTP " + to_decimal(status);
+    return "Request failed: HTTP " + std::to_string(status);
 }
 
 }  // namespace
@@ -63,7 +53,9 @@ std::optional<JsonValue> call_service(const ServiceOrigin& origin, std::string_v
                                       JsonView body, std::string_view token) {
     ExchangeResult result = exchange_with(origin, make_service_request(path, body, token));
     if (!result.ok) {
-        print_line(Stream::kError, unreachable_message(origin, result));
+        const std::string_view detail = origin.tls ? last_tls_error() : "HTTP transport";
+        print_line(Stream::kError, concat({"Cannot reach ", origin.text,
+                                           " (HTTP 0, complete=false; ", detail, ")"}));
         return std::nullopt;
     }
     const std::int64_t status = result.response.status;

@@ -28,11 +28,11 @@ namespace {
 
 std::optional<std::string> find_executable(std::string_view name) {
     if (name.find('/') != std::string_view::npos) return std::string(name);
-    const std::string_view path = lookup_env("PATH").value_or("/usr/local/bin:/usr/bin:/bin");
-    for (const std::string_view directory : split(path, ':')) {
+    const std::string_view search_path =
+        lookup_env("PATH").value_or("/usr/local/bin:/usr/bin:/bin");
+    for (const std::string_view directory : split(search_path, ':')) {
         if (directory.empty()) continue;
-        std::string candidate(directory);
-        candidate.append("/").append(name);
+        std::string candidate = concat({directory, "/", name});
         if (kernel::access(candidate.c_str(), X_OK) >= 0) return candidate;
     }
     return std::nullopt;
@@ -40,8 +40,8 @@ std::optional<std::string> find_executable(std::string_view name) {
 
 bool launch_browser(std::vector<std::string> command, unsigned user_umask) {
     if (command.empty()) return false;
-    const std::optional<std::string> path = find_executable(command.front());
-    if (!path) return false;
+    const std::optional<std::string> executable = find_executable(command.front());
+    if (!executable) return false;
 
     std::vector<char*> arguments;
     arguments.reserve(command.size() + 1);
@@ -49,7 +49,7 @@ bool launch_browser(std::vector<std::string> command, unsigned user_umask) {
     arguments.push_back(nullptr);
 
     const long child = kernel::fork();
-    if (child == 0) become_command(path->c_str(), arguments.data(), user_umask);
+    if (child == 0) become_command(executable->c_str(), arguments.data(), user_umask);
     return child > 0;
 }
 

@@ -19,6 +19,7 @@
 #include "support/bytes.h"
 #include "support/clock.h"
 #include "support/output.h"
+#include "support/text.h"
 
 namespace quorvane {
 namespace {
@@ -68,12 +69,12 @@ std::optional<JsonValue> exchange_code(const ServiceOrigin& origin,
 // Reads one head of at most kMaxHeadBytes.  A wait in which nothing arrives ends the reading, so
 // that the silent extra connection that browsers open costs one second.
 ByteBuffer read_request_head(int fd) {
-    const std::int64_t deadline = monotonic_ms() + kConnectionTimeoutMs;
+    const std::int64_t deadline_ms = monotonic_ms() + kConnectionTimeoutMs;
     ByteBuffer head;
-    while (head.size() < kMaxHeadBytes && monotonic_ms() < deadline) {
+    while (head.size() < kMaxHeadBytes && monotonic_ms() < deadline_ms) {
         const std::size_t seen = head.size();
         const auto allowed = static_cast<std::int64_t>(kMaxHeadBytes - seen);
-        if (receive_some(fd, head, allowed, kWaitTimeoutMs).count <= 0) break;
+        if (receive_some(fd, head, allowed, kWaitTimeoutMs).received_bytes == 0) break;
         if (head_size(head.view(), seen)) break;
     }
     return head;
@@ -95,10 +96,10 @@ HttpResponse connected_response() {
 // Refuses every request but the expected one, until that one comes or the time is over.
 std::optional<Callback> wait_for_callback(int listener, std::string_view state,
                                           std::string_view request_identifier) {
-    const std::int64_t deadline = monotonic_ms() + kLoginTimeoutMs;
+    const std::int64_t deadline_ms = monotonic_ms() + kLoginTimeoutMs;
     // Waits are counted too, because a clock that cannot be read stays at 0.
     std::int64_t waits_left = kLoginTimeoutMs / kWaitTimeoutMs;
-    while (monotonic_ms() < deadline && waits_left > 0) {
+    while (monotonic_ms() < deadline_ms && waits_left > 0) {
         if (wait_ready(listener, POLLIN, kWaitTimeoutMs) <= 0) {
             --waits_left;
             continue;
@@ -131,8 +132,7 @@ int run_login(const ServiceOrigin& origin, bool open_browser, unsigned user_umas
     const std::optional<JsonValue> started = start_login(origin, verifier, state, listener->port);
     if (!started) return 1;
     const std::string request_identifier(json_get_string(*started, "request"));
-    std::string url(origin.text);
-    url.append("/cli/authorize?request=").append(request_identifier);
+    const std::string url = concat({origin.text, "/cli/authorize?request=", request_identifier});
     print_line(Stream::kOutput, "Open this URL to authorize the CLI:\n" + url);
     if (open_browser) launch_browser({"xdg-open", url}, user_umask);
 
@@ -153,9 +153,7 @@ int run_login(const ServiceOrigin& origin, bool open_browser, unsigned user_umas
         return fail("Unable to save credentials");
     }
     respond(std::move(callback->connection), connected_response());
-    std::string greeting = "Signed in as ";
-    greeting.append(json_get_string(*credentials, "email"));
-    print_line(Stream::kOutput, greeting);
+    print_line(Stream::kOutput, concat({"Signed in as ", json_get_string(*credentials, "email")}));
     return 0;
 }
 

@@ -2,7 +2,7 @@
 
 #include <bit>
 #include <cstddef>
-#include <cstring>
+#include <string>
 
 namespace quorvane {
 namespace {
@@ -66,25 +66,16 @@ void hash_block(State& state, const std::uint8_t* block) {
 }  // namespace
 
 Sha256Digest sha256(std::string_view bytes) {
-    State state = kInitialState;
-    const auto* next = reinterpret_cast<const std::uint8_t*>(bytes.data());
-    std::size_t left_bytes = bytes.size();
-    for (; left_bytes >= kBlockBytes; left_bytes -= kBlockBytes, next += kBlockBytes) {
-        hash_block(state, next);
-    }
+    // FIPS 180-4 5.1.1: a single 1 bit, zeros, and the length in bits end the last block.
+    std::string padded(bytes);
+    padded += '\x80';
+    while ((padded.size() + kLengthBytes) % kBlockBytes != 0) padded += '\0';
+    const std::uint64_t size_bits = std::uint64_t{bytes.size()} * 8;
+    for (int shift = 56; shift >= 0; shift -= 8) padded += static_cast<char>(size_bits >> shift);
 
-    // FIPS 180-4 5.1.1: a single 1 bit, zeros, and the length in bits end the last block, or the
-    // one after it when the length no longer fits.
-    std::array<std::uint8_t, 2 * kBlockBytes> padded = {};
-    if (left_bytes > 0) std::memcpy(padded.data(), next, left_bytes);
-    padded[left_bytes] = 0x80;
-    const std::size_t padded_bytes =
-        left_bytes + 1 + kLengthBytes <= kBlockBytes ? kBlockBytes : 2 * kBlockBytes;
-    const std::uint64_t bit_length = std::uint64_t{bytes.size()} * 8;
-    for (std::size_t i = 0; i < kLengthBytes; ++i) {
-        padded[padded_bytes - 1 - i] = static_cast<std::uint8_t>(bit_length >> (8 * i));
-    }
-    for (std::size_t at = 0; at < padded_bytes; at += kBlockBytes) hash_block(state, &padded[at]);
+    State state = kInitialState;
+    const auto* const message = reinterpret_cast<const std::uint8_t*>(padded.data());
+    for (std::size_t at = 0; at < padded.size(); at += kBlockBytes) hash_block(state, message + at);
 
     Sha256Digest digest;
     for (std::size_t i = 0; i < digest.size(); ++i) {

@@ -10,10 +10,10 @@
 
 namespace quorvane {
 
-JsonValue read_json_object(std::string_view path) {
+std::optional<JsonValue> read_json_object(std::string_view path) {
     const std::int64_t max_bytes = kApplicationJsonLimits.max_input_bytes;
     JsonParseResult parsed = parse_json(read_whole_file(path, max_bytes), kApplicationJsonLimits);
-    if (!parsed.ok || !parsed.value.view().is_object()) return json_null();
+    if (!parsed.ok || !parsed.value.view().is_object()) return std::nullopt;
     return std::move(parsed.value);
 }
 
@@ -26,7 +26,7 @@ std::string credential_path(const ServiceOrigin& origin) {
     return config_directory() + hex_lower(sha256(origin.text)) + ".json";
 }
 
-CredentialStore load_credentials(const ServiceOrigin& origin) {
+std::optional<CredentialStore> load_credentials(const ServiceOrigin& origin) {
     return read_json_object(credential_path(origin));
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -15,11 +16,11 @@
 /// several deployments at once.
 namespace quorvane {
 
-/// The JSON object in the file at `path`, or a null value when the file is missing, not a regular
+/// The JSON object in the file at `path`, or nothing when the file is missing, not a regular
 /// file, unreadable, not JSON within the application limits, or no object.  A file above the limit
 /// for input is not read at all, so its size costs nothing.  Nothing is printed; the caller says
 /// what a missing object means.
-[[nodiscard]] JsonValue read_json_object(std::string_view path);
+[[nodiscard]] std::optional<JsonValue> read_json_object(std::string_view path);
 
 /// The object that the sign-in returned, stored member for member.  The client itself relies on one
 /// member, the string "token".
@@ -30,9 +31,9 @@ using CredentialStore = JsonValue;
 
 [[nodiscard]] std::string credential_path(const ServiceOrigin& origin);
 
-/// The stored object, or a null value when nobody is signed in, that is, when `read_json_object`
+/// The stored object, or nothing when nobody is signed in, that is, when `read_json_object`
 /// finds none.
-[[nodiscard]] CredentialStore load_credentials(const ServiceOrigin& origin);
+[[nodiscard]] std::optional<CredentialStore> load_credentials(const ServiceOrigin& origin);
 
 /// Replaces the file atomically; false leaves the old one untouched.
 [[nodiscard]] bool save_credentials(const ServiceOrigin& origin, JsonView credentials);

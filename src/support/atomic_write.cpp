@@ -14,7 +14,7 @@ namespace {
 class TemporaryFile {
   public:
     explicit TemporaryFile(std::string_view target)
-        : target_(target), path_(target_ + ".tmp." + to_decimal(kernel::getpid())) {}
+        : target_(target), path_(target_ + ".tmp." + std::to_string(kernel::getpid())) {}
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
     ~TemporaryFile() {

@@ -77,7 +77,7 @@ class ByteBuffer {
         std::size_t capacity = 0;
     };
 
-    void grow(std::size_t size);
+    void grow(std::size_t added_bytes);
 
     Block block_;
 };

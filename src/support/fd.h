@@ -10,8 +10,8 @@ namespace quorvane {
 /// free either way (close(2): it must not be closed again, not even after EINTR).
 inline long close_fd(int fd) { return fd < 0 ? 0 : kernel::close(fd); }
 
-/// Owns one descriptor, or none (-1).  No other code closes descriptors.  The destructor ignores
-/// errors; code that writes files calls `close` and looks at its result.
+/// Owns one descriptor, or none (negative).  No other code closes descriptors.  The destructor
+/// ignores errors; code that writes files calls `close` and looks at its result.
 class FdHandle {
   public:
     FdHandle() = default;

@@ -30,7 +30,7 @@ void* allocate_aligned(std::size_t size, std::size_t alignment) noexcept {
     void* block = nullptr;
     if (posix_memalign(&block, alignment, std::max<std::size_t>(size, 1)) != 0)
         fatal_memory_limit();
-    // Advice only: a kernel without huge pages answers with an error that changes nothing.
+    // Advice only: a kernel without huge pages returns an error that changes nothing.
     if (huge) static_cast<void>(kernel::madvise(block, size, MADV_HUGEPAGE));
     // The allocator may hand out more than was asked for; what it handed out is what counts.
     const std::size_t usable_size = malloc_usable_size(block);

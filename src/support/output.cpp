@@ -1,8 +1,7 @@
 #include "support/output.h"
 
-#include <string>
-
 #include "support/syscall.h"
+#include "support/text.h"
 
 namespace quorvane {
 
@@ -17,11 +16,7 @@ bool write_all(int fd, std::string_view bytes) {
 }
 
 void print_line(Stream stream, std::string_view text) {
-    std::string line;
-    line.reserve(text.size() + 1);
-    line.append(text);
-    line.push_back('\n');
-    write_all(static_cast<int>(stream), line);
+    write_all(static_cast<int>(stream), concat({text, "\n"}));
 }
 
 int fail(std::string_view message) {

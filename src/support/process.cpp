@@ -1,23 +1,21 @@
 #include "support/process.h"
 
-#include <cstddef>
+#include <algorithm>
 
 namespace quorvane {
 namespace {
 
 char* no_environment[] = {nullptr};
 
-// The only process-wide values beside the memory count and OpenSSL with its last error.
+// Set once at start.
 std::span<char* const> arguments_after_name;
 char** environment = no_environment;
 
 }  // namespace
 
 void set_process_vectors(int count, char** arguments) {
-    const auto size = static_cast<std::size_t>(count < 0 ? 0 : count);
-    arguments_after_name = {};
-    if (size > 1) arguments_after_name = {arguments + 1, size - 1};
-    environment = arguments + size + 1;
+    arguments_after_name = {arguments + std::min(count, 1), arguments + count};
+    environment = arguments + count + 1;
 }
 
 std::span<char* const> process_arguments() { return arguments_after_name; }
@@ -34,7 +32,7 @@ std::optional<std::string_view> lookup_env(std::string_view name) {
     return std::nullopt;
 }
 
-void secure_standard_streams() {
+void prepare_process() {
     for (int stream = 0; stream <= 2; ++stream) {
         if (kernel::fcntl(stream, F_GETFD) != -EBADF) continue;
         // The lowest free number is this one.  Without a /dev, a descriptor of the root directory

@@ -27,7 +27,7 @@ void set_process_vectors(int count, char** arguments);
 /// are opened on /dev/null, or else the first file or socket would receive what is printed.
 /// SIGPIPE and SIGXFSZ are ignored, so that a peer or reader that went away and a file size limit
 /// come back as errors of the system call.
-void secure_standard_streams();
+void prepare_process();
 
 /// Holds back the signals by which people and systems end a program (SIGINT, SIGTERM, SIGHUP and
 /// SIGQUIT) while it exists.  One that arrives meanwhile has its usual effect when the outermost

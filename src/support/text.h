@@ -1,14 +1,12 @@
 #pragma once
 
 #include <algorithm>
-#include <charconv>
-#include <concepts>
 #include <cstdint>
+#include <initializer_list>
 #include <iterator>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 
 /// Small text tools for ASCII protocols; they do not depend on a locale.
 namespace quorvane {
@@ -89,11 +87,11 @@ struct TextPieces {
     return parse_digits(text, 16, maximum);
 }
 
-/// Plain decimal: a leading "-" for negatives, no "+", no leading zeros.
-template <std::integral Integer> [[nodiscard]] std::string to_decimal(Integer value) {
-    char digits[24];
-    const std::to_chars_result end = std::to_chars(digits, digits + sizeof digits, value);
-    return {digits, end.ptr};
+/// The texts one after the other.
+[[nodiscard]] inline std::string concat(std::initializer_list<std::string_view> texts) {
+    std::string joined;
+    for (const std::string_view text : texts) joined += text;
+    return joined;
 }
 
 }  // namespace quorvane

@@ -56,7 +56,7 @@ def resolved(addresses: str = "", ok: int = 1, timed_out: int = 0, error: int = 
 SIX, FOUR = address("2001:db8::1"), address("10.0.0.2")
 SIX_TEXT = "2001:db8:0:0:0:0:0:1"
 BOTH = resolved(f"{SIX_TEXT} 10.0.0.2")
-BAD = resolved(ok=0, error=74)
+BAD = resolved(ok=0, error=-74)
 Answer = Callable[[bytes], bytes | None]
 
 
@@ -128,7 +128,7 @@ class Names(Rows):
         six, four = [query for query in self.server.queries if query[12:14] == b"\1x"]
         self.assertEqual((six[-3], four[-3]), (28, 1))
         self.assertNotEqual(six[:2], four[:2])  # Once in 65536 runs they are equal.
-        self.assertEqual(probe("resolve", "x" * 64, 50)[0], resolved(ok=0, error=22))
+        self.assertEqual(probe("resolve", "x" * 64, 50)[0], resolved(ok=0, error=-22))
 
     def test_strangers_are_not_heard(self) -> None:
         self.assertEqual(probe("resolve", "stray.test", 9000)[0], BOTH)
@@ -141,7 +141,7 @@ class Names(Rows):
         RESOLVER_FILE.write_text("nameserver 127.0.0.9\nnameserver 127.0.0.1\n")
         got = [probe("resolve", "both.test", 9000, *server)[0] for server in ([], ["127.0.0.1"])]
         RESOLVER_FILE.write_text("nameserver 127.0.0.1\n")
-        self.assertEqual(got, [resolved(ok=0, error=111), BOTH])
+        self.assertEqual(got, [resolved(ok=0, error=-111), BOTH])
 
     def test_connecting(self) -> None:
         with Peer() as four, Peer(address="fd00::53") as six:

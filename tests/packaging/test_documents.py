@@ -21,7 +21,7 @@ SILENT_TEXTS = {"Bearer ", "nameserver ", "-----BEGIN ", "-----END "}
 COMPOSED = {"quorvane <version>", "<the service's own words>", *(
     f"Cannot reach <origin> (HTTP 0, complete=false; {why})" for why in (
         "HTTP transport", "TLS failed at <stage>", ""))}
-PIECES = {"Cannot reach ", " (HTTP ", ", complete=", "HTTP transport"}
+PIECES = {"Cannot reach ", " (HTTP 0, complete=false; ", "HTTP transport"}
 _TOKEN = re.compile(r'//[^\n]*|static_assert\([^;]*|#include[^\n]*|R?"((?:[^"\\\n]|\\.)*)"')
 
 

@@ -77,7 +77,7 @@ TEST(ParseDnsResponse, TakesAddressesByTheirOwnType) {
         std::string shown;
         for (const std::string& address : got.addresses) shown += address + " ";
         EXPECT_EQ(got.ok, c.addresses.has_value());
-        EXPECT_EQ(got.error, got.ok ? 0 : EBADMSG);
+        EXPECT_EQ(got.error, got.ok ? 0 : -EBADMSG);
         EXPECT_EQ(shown, c.addresses.value_or(""));
         EXPECT_FALSE(got.timed_out);
     }
