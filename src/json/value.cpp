@@ -41,10 +41,11 @@ class Builder {
         *node_++ = text_node(JsonKind::kNumber, is_integer, add_text(text));
     }
 
-    // A value of another tree, whose blocks the new tree takes over.
+    // A key or value of another tree, which stays where it is.
+    void add_node(const JsonNode& node) { *node_++ = is_container(node) ? link_node(node) : node; }
+    // A value whose blocks the new tree takes over.
     void add_value(JsonValue& value) {
-        const JsonNode& node = *JsonAccess::node(value);
-        *node_++ = is_container(node) ? link_node(node) : node;
+        add_node(*JsonAccess::node(value));
         std::ranges::move(JsonAccess::take_blocks(value), std::back_inserter(blocks_));
     }
 
@@ -200,14 +201,18 @@ std::string_view json_get_string(JsonView object, std::string_view key) {
 // Of views.
 
 JsonValue json_without_members(JsonView object, std::span<const std::string_view> names) {
-    std::vector<std::string_view> keys;
-    std::vector<JsonValue> values;
-    for (const JsonItem item : object.items()) {
-        if (!object.is_object() || std::ranges::find(names, item.key) != names.end()) continue;
-        keys.push_back(item.key);
-        values.push_back(json_borrow(item.value));
+    if (!object.is_object()) return json_object({}, {});
+    Builder builder(1 + 2 * object.size(), 0);
+    builder.open();
+    std::size_t kept = 0;
+    const JsonNode* key = JsonAccess::node(object) + 1;
+    for (std::size_t i = 0; i < object.size(); ++i, key = step_over(key + 1)) {
+        if (std::ranges::find(names, node_text(*key)) != names.end()) continue;
+        builder.add_node(*key);
+        builder.add_node(*follow_link(key + 1));
+        ++kept;
     }
-    return json_object(std::move(keys), std::move(values));
+    return builder.close(JsonKind::kObject, kept);
 }
 
 }  // namespace quorvane
