@@ -1,5 +1,5 @@
 // What a response yields are literals that the connecting side reads back, no more than its head
-// announces, and under its own identifier alone.  Which they are is compared by scripts/compare.
+// announces, and under its own identifier alone.  Which they are is the unit tests'.
 
 #include <string>
 

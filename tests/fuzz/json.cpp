@@ -29,8 +29,7 @@ void check_place(const quorvane::JsonError& error, std::string_view input) {
     check(error.offset >= 0 && error.offset <= std::ssize(input));
     const std::string_view before = input.substr(0, static_cast<std::size_t>(error.offset));
     check(error.line == 1 + std::count(before.begin(), before.end(), '\n'));
-    check(error.column ==
-          std::ssize(before) - static_cast<std::int64_t>(before.rfind('\n') + 1) + 1);
+    check(error.column == std::ssize(before.substr(before.rfind('\n') + 1)) + 1);
 }
 
 // The compact text of a value that survives every way of writing and reading it.

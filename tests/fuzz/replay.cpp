@@ -9,11 +9,11 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
-int main(int argc, char** argv) {
+int main(int /*argc*/, char** argv) {
     int replayed = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(argc > 1 ? argv[1] : "")) {
+    for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
         std::ifstream file(entry.path(), std::ios::binary);
-        std::vector<char> read{std::istreambuf_iterator<char>(file), {}};
+        const std::vector<char> read{std::istreambuf_iterator<char>(file), {}};
         const std::vector<std::uint8_t> bytes(read.begin(), read.end());
         LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
         ++replayed;

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <deque>
-
 #include "cli/help.h"
 #include "main/command_tree.h"
 #include "support/text.h"
@@ -13,60 +11,48 @@ namespace {
 
 using Words = std::vector<std::string_view>;
 
-// What the program's own tree says to the words of `line`.
-ParseResult parse(std::string_view line) {
-    static std::deque<std::string> kept;  // The result points into them.
+// The kind of the result and its text, or the command, its options (a "*" after those that were
+// given) and its positionals.
+std::string parse(std::string_view line, const ProgramSpec& program) {
+    std::vector<std::string> kept;
+    for (const std::string_view word : split(line, ' ')) kept.emplace_back(word);
     std::vector<const char*> words;
-    for (const std::string_view word : split(line, ' ')) {
-        if (!line.empty()) words.push_back(kept.emplace_back(word).c_str());
+    for (const std::string& word : kept) words.push_back(word.c_str());
+    if (line.empty()) words.clear();
+    const ParseResult got = parse_command_line(words, program);
+    EXPECT_EQ(got.ok, got.kind != ParseKind::kError) << line;
+    const char* const kinds[] = {"error ", "help ", "version ", ""};
+    std::string shown = kinds[static_cast<int>(got.kind)] + got.text;
+    if (got.kind != ParseKind::kCommand) return shown;
+    for (const std::string_view name : got.command_path) shown.append(name).append(" ");
+    EXPECT_TRUE(command_is(got, shown.substr(0, shown.size() - 1)) && !command_is(got, shown));
+    for (const char* key : {"base", "project", "file", "no-browser", "version", "colour"}) {
+        const std::string_view value = option_value(got, key, "none");
+        if (value == "none") continue;
+        shown.append(key).append("=").append(value).append(flag_set(got, key) ? "* " : " ");
     }
-    return parse_command_line(words, kProgram);
+    for (const std::string_view word : got.positionals) shown.append(word).append(" ");
+    return shown;
 }
 
 TEST(ParseCommandLine, AnswersOnTheProgramsTree) {
     const auto help = [](const Words& path) { return render_help(kProgram, path); };
-    const struct {
-        const char* line;
-        ParseKind kind;
-        std::string text;
-    } cases[] = {{"", ParseKind::kHelp, help({})},
-                 {"--base-url x --", ParseKind::kHelp, help({})},
-                 {"config -h --wrong", ParseKind::kHelp, help({"config"})},
-                 {"config pull -V", ParseKind::kVersion, "quorvane 0.1.0"},
-                 {"--wrong=1=2", ParseKind::kError, "unknown option --wrong"},
-                 {"config pull --file", ParseKind::kError, "--file requires FILE"},
-                 {"-- --help", ParseKind::kError, "invalid arguments\n" + help({})},
-                 {"whoami now", ParseKind::kError, "invalid arguments\n" + help({"whoami"})}};
-    for (const auto& c : cases) {
-        const ParseResult got = parse(c.line);
-        EXPECT_EQ(got.ok, c.kind != ParseKind::kError) << c.line;
-        EXPECT_EQ(got.kind, c.kind) << c.line;
-        EXPECT_EQ(got.text, c.text) << c.line;
-    }
-}
-
-TEST(ParseCommandLine, YieldsCommandsAndValues) {
-    constexpr std::string_view kBase = "https://quorvane.example";
-    constexpr std::string_view kFile = "quorvane.config.json";
-    const struct {
-        const char* line;
-        std::string_view command, base, project, file;
-    } cases[] = {{"config", "config", kBase, "", ""},
-                 {"login --no-browser=false", "login", kBase, "", ""},
-                 {"config export -p=1 --base-url U", "config pull", "U", "1", kFile},
-                 {"config import -p a --project b -f=x=y", "config push", kBase, "b", "x=y"},
-                 {"config push --project --help --file=", "config push", kBase, "--help", ""}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.line);
-        const ParseResult result = parse(c.line);
-        ASSERT_EQ(result.kind, ParseKind::kCommand) << result.text;
-        EXPECT_TRUE(command_is(result, c.command) && !command_is(result, "config pul"));
-        EXPECT_EQ(option_value(result, "base"), c.base);
-        EXPECT_EQ(option_value(result, "project"), c.project);
-        EXPECT_EQ(option_value(result, "file"), c.file);
-        EXPECT_EQ(flag_set(result, "no-browser"), c.command == "login");
-    }
-    EXPECT_EQ(option_value({}, "missing", "fallback"), "fallback");
+    const std::pair<const char*, std::string> cases[] = {
+        {"", "help " + help({})},
+        {"--base-url x --", "help " + help({})},
+        {"config -h --wrong", "help " + help({"config"})},
+        {"config pull -V", "version quorvane 0.1.0"},
+        {"--wrong=1=2", "error unknown option --wrong"},
+        {"config pull --file", "error --file requires FILE"},
+        {"config pull", "error missing required option --project"},
+        {"whoami -- --help", "error invalid arguments\n" + help({"whoami"})},
+        {"config", "config base=https://quorvane.example "},
+        {"login --no-browser=false", "login base=https://quorvane.example no-browser=true* "},
+        {"config export -p=1 --base-url U",
+         "config pull base=U* project=1* file=quorvane.config.json "},
+        {"config import -p a --project --help -f=x=y --base-url=",
+         "config push base=* project=--help* file=x=y* "}};
+    for (const auto& [line, expected] : cases) EXPECT_EQ(parse(line, kProgram), expected);
 }
 
 // What the program's own tree does not use, on a tree made for it.
@@ -84,23 +70,20 @@ TEST(ParseCommandLine, ServesOtherTrees) {
                                                  .options = kPaint,
                                                  .arguments = kArguments}};
     const ProgramSpec program = {"p", "9", "Test", kRoot, kCommands};
-    const auto on = [&](const std::vector<const char*>& words) {
-        return parse_command_line(words, program);
-    };
-
-    EXPECT_EQ(on({"-V"}).text, "p 9");
-    EXPECT_EQ(option_value(on({"--version", "3", "paint", "a"}), "version"), "3");
-    EXPECT_EQ(on({"paint", "-l", "a"}).text, "unknown option -l");
-    EXPECT_EQ(on({"paint", "-c=green", "a"}).text, "invalid value for -c: green");
-    EXPECT_EQ(option_value(on({"paint", "-c", "blue", "a"}), "colour"), "blue");
-    EXPECT_TRUE(on({"paint"}).text.starts_with("invalid arguments\np paint\n"));
-    EXPECT_EQ(on({"paint", "a", "b", "--", "-c"}).positionals, (Words{"a", "b", "-c"}));
+    const std::string help = render_help(program, Words{"paint"});
     // An option that has taken a version form takes it out of the version's line.
-    EXPECT_EQ(render_help(program, Words{"paint"}),
+    EXPECT_EQ(help,
               "p paint\n\nPaint things\n\nUsage:\n  p paint [options] <from> [to...]"
               "\n\nArguments:\n  from\tSource (required)\n  to...\tTargets"
               "\n\nOptions:\n  -h, --help\tShow help\n  -V\tShow version"
               "\n      --version <N>\tPin\n  -l, --loud\tSpeak up\n  -c, --colour <C>\tPaint");
+    const std::pair<const char*, std::string> cases[] = {
+        {"-V", "version p 9"},
+        {"paint -l a", "error unknown option -l"},
+        {"paint -c=green a", "error invalid value for -c: green"},
+        {"paint", "error invalid arguments\n" + help},
+        {"--version 3 paint -c blue a b -- -c", "paint version=3* colour=blue* a b -c "}};
+    for (const auto& [line, expected] : cases) EXPECT_EQ(parse(line, program), expected);
 }
 
 }  // namespace

@@ -18,43 +18,32 @@ std::string compact(JsonView value) { return std::string(write_json(value).view(
 JsonValue parsed(std::string_view text) { return parse_json(text).value; }
 
 TEST(JsonNumber, KeepsItsTextAndItsRange) {
-    const struct {
-        std::string_view text;
-        std::string_view kind;  // What is_integer and fits say.
-        std::int64_t integer;
-    } cases[] = {{"-0", "11", 0},
-                 {"9223372036854775807", "11", INT64_MAX},
-                 {"9223372036854775808", "10", 0},
-                 {"1e2", "00", 0},
-                 {"1234567890123456.50E+0007", "00", 0}};
-    for (const auto& c : cases) {
-        const JsonValue values[] = {json_number_text(c.text), parsed(c.text)};
+    const std::pair<std::string, const char*> cases[] = {
+        {"-0", " integer 0"},
+        {"9223372036854775807", " integer 9223372036854775807"},
+        {"9223372036854775808", " integer"},
+        {"1234567890123456.50E+0007", ""}};
+    for (const auto& [text, kind] : cases) {
+        const JsonValue values[] = {json_number_text(text), parsed(text)};
         for (const JsonValue& value : values) {
             const JsonNumber number = value.view().number();
-            EXPECT_EQ(number.text, c.text);
-            EXPECT_EQ(std::to_string(number.is_integer) + std::to_string(number.fits), c.kind);
-            EXPECT_EQ(number.integer, c.integer) << c.text;
-            EXPECT_EQ(compact(value), c.text);
+            EXPECT_EQ(std::string(number.text) + (number.is_integer ? " integer" : "") +
+                          (number.fits ? " " + std::to_string(number.integer) : ""),
+                      text + kind);
+            EXPECT_EQ(compact(value), text);
         }
     }
-    EXPECT_EQ(compact(parsed("[0,1,2,3,4,5,6,7,8,9]")), "[0,1,2,3,4,5,6,7,8,9]");
     EXPECT_EQ(compact(json_integer(INT64_MIN)), "-9223372036854775808");
     EXPECT_EQ(json_integer(-7).view().integer(), -7);
 }
 
-TEST(JsonConstructors, RefuseWithNull) {
-    for (const std::string_view text :
-         {"", "+1", "01", "1.", ".5", "-", "1 ", "1e+", "0x1", "1.5.5"}) {
-        EXPECT_TRUE(json_number_text(text).view().is_null()) << text;
-    }
-    EXPECT_TRUE(json_string("\xC0\x80").view().is_null());
-    EXPECT_TRUE(json_object({"\xED\xA0\x80"}, json_values(json_bool(true))).view().is_null());
-}
-
 TEST(JsonView, AnswersEveryQuestionOfEveryKind) {
-    const JsonValue all = parsed(R"(["s", 7, true, [], {"k": [1, 2]}, null])");
+    const JsonValue all = json_array(json_values(parsed(R"(["s", 7, true, [], {"k": [1, 2]}])"),
+                                                 json_number_text("1 "), json_string("\xC0\x80"),
+                                                 json_object({"\xFF"}, json_values(json_null()))));
+    EXPECT_EQ(compact(all), R"([["s",7,true,[],{"k":[1,2]}],null,null,null])");
     std::string kinds;
-    for (const auto& [key, element] : all.view().items()) {
+    for (const auto& [key, element] : (*all.view().items()).value.items()) {
         const JsonKind kind = element.kind();
         kinds += std::to_string(static_cast<int>(kind));
         EXPECT_EQ(element.text().empty(), kind != JsonKind::kString);
@@ -62,7 +51,7 @@ TEST(JsonView, AnswersEveryQuestionOfEveryKind) {
         EXPECT_EQ(element.boolean(), kind == JsonKind::kBoolean);
         EXPECT_EQ(json_member(element, "k").size(), element.is_object() ? 2 : 0);
     }
-    EXPECT_EQ(kinds + compact(JsonView()) + compact(json_borrow(JsonView())), "123450nullnull");
+    EXPECT_EQ(kinds + compact(JsonView()) + compact(json_borrow(JsonView())), "12345nullnull");
 }
 
 TEST(JsonValue, ComposesAndTakesApart) {
@@ -83,12 +72,10 @@ TEST(JsonValue, ComposesAndTakesApart) {
 
     // Borrowed, put in, and borrowed again.
     JsonValue again = json_array(json_values(json_borrow(json_member(value, "config"))));
-    EXPECT_EQ(compact(again), R"([{"list":[1,{"x":"\n"}],"last":{}}])");
-    again = json_object({"k", "id"}, json_values(std::move(again), json_null()));
-    EXPECT_EQ(compact(json_without_members(again, kLeftOut)),
-              R"({"k":[{"list":[1,{"x":"\n"}],"last":{}}]})");
-    const JsonValue array = parsed("[1]");
-    EXPECT_EQ(compact(json_without_members(array, kLeftOut)), "{}");
+    again = json_object({"k", "id"}, json_values(std::move(again), parsed("[0,1,2,3,4,5,6,7]")));
+    EXPECT_EQ(compact(again),
+              R"({"k":[{"list":[1,{"x":"\n"}],"last":{}}],"id":[0,1,2,3,4,5,6,7]})");
+    EXPECT_EQ(compact(json_without_members(json_member(again, "k"), kLeftOut)), "{}");
 }
 
 }  // namespace

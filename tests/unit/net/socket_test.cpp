@@ -10,12 +10,6 @@ namespace {
 
 // What depends on one end of a connection alone.  Stages, time limits and order of addresses are
 // the network test's.
-struct Pair {
-    FdHandle listener = open_listener("127.0.0.1", 0).fd;
-    std::int32_t port = listener_port(listener.get()).value_or(0);
-    ConnectResult client = connect_ipv4("127.0.0.1", port, 10'000);
-    FdHandle server = accept_connection(listener.get()).value_or(FdHandle());
-};
 
 TEST(Sockets, GiveUpOnASilentPeer) {
     const FdHandle listener = open_listener("127.0.0.1", 0).fd;

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <memory>
 #include <new>
 #include <string>
 
@@ -14,20 +13,15 @@ namespace quorvane {
 namespace {
 
 #ifdef QUORVANE_MEMORY_CEILING  // Else the operators are not ours.
-TEST(Memory, CountsEveryFormOfNew) {
-    struct alignas(64) Aligned {
-        char bytes[1000];
-    };
+TEST(Memory, CountsBothFormsOfNew) {
+    constexpr std::align_val_t kAlignment{64};
     const std::size_t before = memory_in_use();
-    {
-        const std::unique_ptr<char[]> array(new char[1000]);
-        const std::unique_ptr<char[]> nothrow(new (std::nothrow) char[1000]);
-        const std::unique_ptr<Aligned> aligned(new Aligned);
-        // Lest the compiler leaves the blocks out.
-        asm volatile("" : : "r"(array.get()), "r"(nothrow.get()), "r"(aligned.get()) : "memory");
-        EXPECT_GE(memory_in_use() - before, 3000U);
-        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(aligned.get()) % 64, 0U);
-    }
+    void* const plain = ::operator new(1000);
+    void* const aligned = ::operator new(1000, kAlignment);
+    EXPECT_GE(memory_in_use() - before, 2000U);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(aligned) % 64, 0U);
+    ::operator delete(plain);
+    ::operator delete(aligned, kAlignment);
     EXPECT_EQ(memory_in_use(), before);
 }
 #endif
