@@ -1,7 +1,7 @@
 """What the suites share: homes, scripted peers, the private network, tracing, sign-ins."""
 # module      public names
 # `peers`     `Peer`, a listener that plays a script on each connection, plainly or over TLS; the
-#             steps of scripts; `answer` and `chunked`, responses as bytes; `NameServer`
+#             steps of scripts; `answer`, a response as bytes; `NameServer`
 # `home`      `Home`, a user's home in which the program is started; `Scene`, one with a peer
 # `rows`      `Row`, one run of the program and what is expected of it; `Rows`, a case of tables
 # `sign_in`   `SignIn`, a login under way, and the browser's part in it

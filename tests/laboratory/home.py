@@ -111,10 +111,10 @@ class Home:
         return finish(self.start(*words, **options))
 
     def files(self) -> dict[str, File]:
-        """All that is in the home: mode and contents, b"" of what is no file of a usual size."""
+        """All that is in the home: mode and contents, b"" of what is no file."""
         return {str(path.relative_to(self.path)): (
-            stat.filemode(path.lstat().st_mode), path.read_bytes() if path.is_file() and
-            not path.is_symlink() and path.stat().st_size < 1 << 26 else b"")
+            stat.filemode(path.lstat().st_mode),
+            path.read_bytes() if path.is_file() and not path.is_symlink() else b"")
             for path in self.path.rglob("*")}
 
 

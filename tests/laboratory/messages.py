@@ -5,8 +5,6 @@ from typing import NamedTuple
 
 from . import ROOT
 
-_ROW = re.compile(r"\| `(?P<text>[^`]+)` \| (?P<where>[^|]*?) \|.*")
-
 
 class Message(NamedTuple):
     """One documented line, `<...>` standing for what changes."""
@@ -32,17 +30,15 @@ class Messages:
     def __init__(self) -> None:
         self.messages: list[Message] = []
         self.stages: list[str] = []
-        section = heading = ""
+        section = ""
         for line in (ROOT / "docs/messages.md").read_text().splitlines():
-            row = _ROW.fullmatch(line)
+            row = re.match(r"\| `([^`]+)` \| (.*?) \|", line)
             if line.startswith("## "):
                 section = line[3:]
-            elif not row and line.startswith("| "):
-                heading = line.split("|")[1].strip()
-            elif row and heading == "Stage":
-                self.stages.append(row["text"])
+            elif row and re.match("(stderr|stdout|browser), ", row[2]):
+                self.messages.append(Message(row[1], row[2], section))
             elif row:
-                self.messages.append(Message(row["text"], row["where"], section))
+                self.stages.append(row[1])
 
     def explain(self, line: str, stream: str) -> Message | None:
         """The message that `line`, printed to `stream`, is an instance of."""

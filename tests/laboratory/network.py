@@ -1,7 +1,6 @@
 """The private network: to be used by commands that dev/namespace runs, where every port is free."""
 
 import os
-import socket
 import ssl
 import subprocess
 import sys
@@ -10,16 +9,6 @@ from pathlib import Path
 from quorvane_dev.authority import Authority
 
 RESOLVER_FILE = Path("/etc/resolv.conf")
-
-
-def require_loopback() -> None:
-    """Ends this process as skipped (77) where the loopback interface is down, as failed where none may be."""
-    try:
-        with socket.create_server(("127.0.0.1", 0)) as listener:
-            socket.create_connection(listener.getsockname(), 10).close()
-    except OSError:
-        print("SKIPPED: no loopback network", flush=True)
-        sys.exit(1 if os.environ.get("QUORVANE_TESTS_COMPLETE") == "1" else 77)
 
 
 def require_privacy() -> None:

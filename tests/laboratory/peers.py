@@ -4,22 +4,25 @@ from __future__ import annotations
 
 import json
 import socket
+import socketserver
 import ssl
 import struct
 import threading
 from collections.abc import Callable, Sequence
+from contextlib import suppress
+from dataclasses import dataclass
 from typing import Any
 
 TIME_LIMIT_S = 240
 
 
+@dataclass(eq=False)
 class Connection:
     """One accepted connection: its socket, its peer, what `read_request` received."""
 
-    def __init__(self, accepted: socket.socket, peer: Peer) -> None:
-        self.socket = accepted
-        self.peer = peer
-        self.received = b""
+    socket: socket.socket
+    peer: Peer
+    received: bytes = b""
 
 
 Step = bytes | Callable[[Connection], Any]
@@ -66,42 +69,31 @@ def answer(body: object, status: int = 200) -> bytes:
     return b"HTTP/1.1 %d Words\r\nContent-Length: %d\r\n\r\n%s" % (status, len(content), content)
 
 
-def chunked(body: bytes, size: int = 16000) -> bytes:
-    """A response in chunks of `size` bytes."""
-    pieces = [body[at:at + size] for at in range(0, len(body), size)] + [b""]
-    return b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + b"".join(
-        b"%x\r\n%s\r\n" % (len(piece), piece) for piece in pieces)
-
-
-class Peer:
+class Peer(socketserver.ThreadingTCPServer):
     """Plays script n on connection n, beyond the last script the last one; a context."""
     # Without scripts requests are read and connections closed.  `tls` makes it a TLS server (see
     # `network.serving`).  On leaving the context all that was accepted has been played.
 
+    request_queue_size = 64
+
     def __init__(self, *scripts: Script, address: str = "127.0.0.1",
                  tls: ssl.SSLContext | None = None) -> None:
-        family = socket.AF_INET6 if ":" in address else socket.AF_INET
-        self._listener, self._waker = socket.socket(family), socket.socket(family)
-        self._listener.bind((address, 0))
-        self._listener.listen(64)
-        self._waker.bind((address, 0))
+        self.address_family = socket.AF_INET6 if ":" in address else socket.AF_INET
+        super().__init__((address, 0), socketserver.BaseRequestHandler)
         self._scripts, self._tls = scripts or (reply(),), tls
         self.idle_limit_s: float = TIME_LIMIT_S
-        self._thread = threading.Thread(target=self._serve)
         self.over = threading.Event()
         self.connections: list[Connection] = []
-        self.port = int(self._listener.getsockname()[1])
+        self.port = int(self.server_address[1])
 
     def __enter__(self) -> Peer:
-        self._thread.start()
+        threading.Thread(target=self.serve_forever, args=(0.02,)).start()
         return self
 
     def __exit__(self, *_: object) -> None:
         self.over.set()
-        # Connections wait in line: when the waker's turn has come, all earlier ones were accepted.
-        with self._waker, self._listener:
-            self._waker.connect(self._listener.getsockname())
-            self._thread.join()
+        self.shutdown()
+        self.server_close()
 
     @property
     def requests(self) -> list[bytes]:
@@ -112,33 +104,23 @@ class Peer:
         """The JSON body of a request that was received."""
         return json.loads(self.requests[turn].partition(b"\r\n\r\n")[2])
 
-    def _serve(self) -> None:
-        players = []
-        while True:
-            accepted, address = self._listener.accept()
-            if address[:2] == self._waker.getsockname()[:2]:
-                accepted.close()
-                break
-            connection = Connection(accepted, self)
-            script = self._scripts[min(len(self.connections), len(self._scripts) - 1)]
-            self.connections.append(connection)
-            players.append(threading.Thread(target=self._play, args=(connection, script)))
-            players[-1].start()
-        for player in players:
-            player.join()
+    def process_request(self, request: Any, client_address: Any) -> None:
+        script = self._scripts[min(len(self.connections), len(self._scripts) - 1)]
+        self.connections.append(Connection(request, self))
+        super().process_request(self.connections[-1], script)
 
-    def _play(self, connection: Connection, script: Script) -> None:
+    def finish_request(self, request: Any, client_address: Any) -> None:
+        connection, script = request, client_address
         connection.socket.settimeout(self.idle_limit_s)
         connection.socket.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-        try:
+        with suppress(OSError, ValueError):  # The client may leave whenever it wants to.
             if self._tls:
                 connection.socket = self._tls.wrap_socket(connection.socket, server_side=True)
             for step in script:
                 connection.socket.sendall(step) if isinstance(step, bytes) else step(connection)
-        except (OSError, ValueError):
-            pass  # The client may leave whenever it wants to.
-        finally:
-            connection.socket.close()
+
+    def shutdown_request(self, request: Any) -> None:
+        request.socket.close()  # And no shutdown before it, which would come before a reset.
 
 
 def address(text: str) -> bytes:
@@ -154,21 +136,18 @@ def dns_reply(query: bytes, *records: bytes, flags: int = 0x8180, other_id: int 
     return struct.pack(">HHHHHH", *head) + query[12:] + b"".join(records)
 
 
-class NameServer:
+class NameServer(socketserver.ThreadingUDPServer):
     """Answers the datagrams on 127.0.0.1:53, until the process ends."""
     # `answer_query` gets a query and the client's address; nothing returned is silence.
 
-    def __init__(self, answer_query: Callable[[bytes, Any], bytes | None]) -> None:
-        self.queries: list[bytes] = []
-        self._socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        self._socket.bind(("127.0.0.1", 53))
-        self._answer_query = answer_query
-        threading.Thread(target=self._serve, daemon=True).start()
+    daemon_threads = True
 
-    def _serve(self) -> None:
-        while True:
-            query, client = self._socket.recvfrom(512)
-            self.queries.append(query)
-            said = self._answer_query(query, client)
-            if said:
-                self._socket.sendto(said, client)
+    def __init__(self, answer_query: Callable[[bytes, Any], bytes | None]) -> None:
+        super().__init__(("127.0.0.1", 53), socketserver.BaseRequestHandler)
+        self._answer_query = answer_query
+        threading.Thread(target=self.serve_forever, daemon=True).start()
+
+    def finish_request(self, request: Any, client_address: Any) -> None:
+        query, server = request
+        if said := self._answer_query(query, client_address):
+            server.sendto(said, client_address)

@@ -16,11 +16,10 @@ class SignIn(Scene):
     # `request` is the request identifier of the service's first answer, `exchange` what it does on
     # the second call; `before` has the files until then.
 
-    def __init__(self, words: str = "login --no-browser", request: object = "r/%1",
-                 exchange: Script = reply(answer(SESSION)), prepare: Any = None,
-                 **options: Any) -> None:
+    def __init__(self, request: object = "r/%1", exchange: Script = reply(answer(SESSION)),
+                 prepare: Any = None, **options: Any) -> None:
         super().__init__(reply(answer({"request": request})), exchange)
-        self._words, self._prepare, self._options = words.split(), prepare, options
+        self._prepare, self._options = prepare, options
         self.identifier = request if isinstance(request, str) else ""
 
     def __enter__(self) -> Any:
@@ -28,7 +27,7 @@ class SignIn(Scene):
         if self._prepare:
             self._prepare(self)
         self.before = self.files()
-        self.process = self.start(*self._words, **self._options)
+        self.process = self.start("login", "--no-browser", **self._options)
         self._shown = self.process.stdout.readline() + self.process.stdout.readline()
         self.url = f"{self.origin}/cli/authorize?request={self.identifier}"
         self.callback_port, self.state = self.peer.body(0)["port"], self.peer.body(0)["state"]
