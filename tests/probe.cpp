@@ -14,7 +14,6 @@
 //     base64url BYTES          the text
 #include <cstdlib>
 #include <iostream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -33,9 +32,7 @@
 namespace quorvane {
 namespace {
 
-using Words = std::vector<std::string>;
-
-void run_exchange(const Words& words) {
+void run_exchange(const std::vector<std::string>& words) {
     const HttpTarget target = {.host_header = words[1],
                                .host = words[1],
                                .max_response_bytes = std::stoll(words[4]),
@@ -54,56 +51,43 @@ void run_exchange(const Words& words) {
               << got.response.body.view();
 }
 
-/// The file that TLS names to OpenSSL, and what OpenSSL finds in the environment.
-void run_trust() {
-    std::cout << "file=" << choose_trust_store();
-    for (const char* name : {"SSL_CERT_FILE", "SSL_CERT_DIR"}) {
-        const char* const value = std::getenv(name);
-        std::cout << ' ' << name << '=' << (value == nullptr ? "unset" : value);
-    }
-    std::cout << '\n';
-}
-
-void run_resolve(const Words& words) {
-    const ResolveResult got =
-        resolve_host(words[1], std::stoll(words[2]), words.size() > 3 ? words[3] : "");
-    std::cout << "ok=" << got.ok << " timed_out=" << got.timed_out << " error=" << got.error;
-    for (const std::string& address : got.addresses) std::cout << ' ' << address;
-    std::cout << '\n';
-}
-
-void run_connect(const Words& words) {
-    const ConnectResult got = connect_host(words[1], std::stoi(words[2]), std::stoll(words[3]));
-    std::cout << "ok=" << got.ok << " error=" << got.error << '\n';
-}
-
-std::string from_hex(const std::string& digits) {
+std::string answer(const std::string& what, const std::string& digits) {
     std::string bytes;
-    for (std::size_t i = 0; i + 1 < digits.size(); i += 2) {
-        bytes.push_back(static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16)));
+    for (std::size_t i = 0; i < digits.size(); i += 2) {
+        bytes += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
     }
-    return bytes;
-}
-
-std::span<const std::uint8_t> as_bytes(std::string_view text) {
-    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
-}
-
-std::string answer(std::istream& question) {
-    std::string what;
-    std::string digits;
-    question >> what >> digits;
-    const std::string bytes = from_hex(digits);
+    const auto as_bytes = [](std::string_view text) {
+        return std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
+    };
     if (what == "sha256") return hex_lower(sha256(bytes));
     if (what == "base64url") return base64url(as_bytes(bytes));
     const JsonParseResult parsed = parse_json(bytes, kApplicationJsonLimits);
     return parsed.ok ? hex_lower(as_bytes(write_json(parsed.value).view())) : "refused";
 }
 
-void run_answer() {
-    for (std::string line; std::getline(std::cin, line);) {
-        std::istringstream question(line);
-        std::cout << answer(question) << '\n';
+void run(const std::vector<std::string>& words) {
+    if (words[0] == "resolve") {
+        const std::string server = words.size() > 3 ? words[3] : "";
+        const ResolveResult got = resolve_host(words[1], std::stoll(words[2]), server);
+        std::cout << "ok=" << got.ok << " timed_out=" << got.timed_out << " error=" << got.error;
+        for (const std::string& address : got.addresses) std::cout << ' ' << address;
+    } else if (words[0] == "connect") {
+        const auto got = connect_host(words[1], std::stoi(words[2]), std::stoll(words[3]));
+        std::cout << "ok=" << got.ok << " error=" << got.error;
+    } else if (words[0] == "trust") {
+        // The file that TLS names to OpenSSL, and what OpenSSL finds in the environment.
+        std::cout << "file=" << choose_trust_store();
+        for (const char* name : {"SSL_CERT_FILE", "SSL_CERT_DIR"}) {
+            const char* const value = std::getenv(name);
+            std::cout << ' ' << name << '=' << (value == nullptr ? "unset" : value);
+        }
+    } else if (words[0] == "answer") {
+        for (std::string line; std::getline(std::cin, line);) {
+            const std::size_t blank = line.find(' ');
+            std::cout << answer(line.substr(0, blank), line.substr(blank + 1)) << '\n';
+        }
+    } else {
+        run_exchange(words);
     }
 }
 
@@ -111,19 +95,8 @@ void run_answer() {
 }  // namespace quorvane
 
 int main(int count, char** arguments) {
-    const quorvane::Words words(arguments + 1, arguments + count);
     quorvane::set_process_vectors(count, arguments);
     quorvane::kernel::set_signal(SIGPIPE, SIG_IGN);
-    if (words[0] == "resolve") {
-        quorvane::run_resolve(words);
-    } else if (words[0] == "connect") {
-        quorvane::run_connect(words);
-    } else if (words[0] == "trust") {
-        quorvane::run_trust();
-    } else if (words[0] == "answer") {
-        quorvane::run_answer();
-    } else {
-        quorvane::run_exchange(words);
-    }
+    quorvane::run({arguments + 1, arguments + count});
     return 0;
 }

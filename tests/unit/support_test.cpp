@@ -8,6 +8,8 @@
 #include <string>
 
 #include "support/bytes.h"
+#include "support/files.h"
+#include "support/text.h"
 
 namespace quorvane {
 namespace {
@@ -39,6 +41,24 @@ TEST(ByteBuffer, KeepsItsBytesWhileItGrows) {
     }
     EXPECT_EQ(memory_in_use(), before);
     release(allocate(0));
+}
+
+TEST(ParentDirectory, CutsTheLastName) {
+    const char* const cases[][2] = {{"", "."},    {"name", "."},  {"/name", "/"},
+                                    {"///", "/"}, {"a//b", "a/"}, {"a/b///", "a"}};
+    for (const auto& [path, parent] : cases) EXPECT_EQ(parent_directory(path), parent) << path;
+}
+
+TEST(ParseDigits, StopsBeforeTheMaximumIsPassed) {
+    EXPECT_EQ(parse_decimal("00255", 255), 255);
+    EXPECT_EQ(parse_decimal("256", 255), -1);
+    EXPECT_EQ(parse_decimal("9223372036854775807", INT64_MAX), INT64_MAX);
+    EXPECT_EQ(parse_decimal("9223372036854775808", INT64_MAX), -1);
+    EXPECT_EQ(parse_hex("7FFFffffFFFFffff", INT64_MAX), INT64_MAX);
+    EXPECT_EQ(parse_hex("10", 15), -1);
+    EXPECT_EQ(parse_hex("f", 14), -1);
+    for (const char* bad : {"", "+1", " 1", "/", ":", "1a"}) EXPECT_EQ(parse_decimal(bad, 99), -1);
+    for (const char* bad : {"", "g", "@", "`", "/", ":", "0x1"}) EXPECT_EQ(parse_hex(bad, 99), -1);
 }
 
 }  // namespace

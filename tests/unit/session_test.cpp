@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "session/callback.h"
 #include "support/text.h"
 
 namespace quorvane {
@@ -29,6 +30,23 @@ TEST(ParseServiceOrigin, TakesBareOriginsOnly) {
              ',')) {
         EXPECT_EQ(parts_of(text), "") << text;
     }
+}
+
+TEST(JudgeCallback, RecognisesOnlyTheExpectedRequest) {
+    const std::string good = "GET /callback?state=S&request=R";
+    const std::pair<std::string, std::optional<std::string>> cases[] = {
+        {good + "&code=C HTTP/1.1\r\nHost: x", "C"},
+        {good + "&error=no&xcode=1 X", ""},
+        {good + "&code=a%20b+c= X", "a%20b+c="},
+        {good + "&code=1&code=2 X", "1"},
+        {"POST" + good.substr(3) + " X", {}},
+        {"GET /callback?state=&state=S&request=R X", {}},
+        {good + "R X", {}}};
+    for (const auto& [line, code] : cases) {
+        EXPECT_EQ(judge_callback(line + "\r\n\r\n", "S", "R"), code) << line;
+    }
+    EXPECT_FALSE(judge_callback(good + " X\r\n", "S", "R")) << "The head is incomplete.";
+    EXPECT_FALSE(judge_callback("GET /callback?state=&request=R X\r\n\r\n", "", "R"));
 }
 
 }  // namespace
