@@ -9,8 +9,6 @@ from laboratory.home import PROGRAM, Scene
 from laboratory.peers import TIME_LIMIT_S, Script, answer, reply, until_gone
 from laboratory.rows import Rows, same
 
-FOLDER = PROGRAM.parent / "install"
-
 # What a shell reads first.  The line under test comes by keyboard, its candidates go to $OUT:
 # bash's M-* writes them all into the line, which Enter then runs; zsh reports what it would add.
 START = {"bash": """
@@ -29,83 +27,68 @@ report() { _main_complete; print -rn '' >>"$OUT"; kill -9 $$; }
 zle -C report complete-word report
 bindkey '^I' report
 """}
-SHELLS = ("bash", "zsh", "fish")
-COMMANDS = {"bash": 'bash --noprofile --rcfile "$ZDOTDIR/.bashrc"', "zsh": "zsh -d -i"}
-KEYS = {"bash": "\x1b*\r", "zsh": "\t"}
-
+# How a shell is started, and the keys after the line.
+SHELLS = {"bash": ("script -qec 'bash --noprofile --rcfile $ZDOTDIR/.bashrc' /dev/null", "\x1b*\r"),
+          "zsh": ("script -qec 'zsh -d -i' /dev/null", "\t"),
+          "fish": ("IFS= read -r line; exec fish --no-config -c 'source $COMPLETIONS/quorvane.fish;"
+                   " complete -C \"$argv[1]\" >$OUT' \"$line\"", "\n")}
 IDS = ("prj-one", "prj-two", "$(touch broken)", "prj;reboot", "-x", "prj\x1b[2J")
 PROJECTS = reply(answer({"projects": [{"id": i, "name": i + " \x1b[2J"} for i in IDS]}))
 
 
 class Line(NamedTuple):
-    """What is typed after the program's name, and what is offered then."""
-
-    words: str
+    name: str
+    """What is typed after the program's name."""
     offers: set[str]
     script: Script = ()
-    shell: str = ""
-
-    @property
-    def name(self) -> str:
-        return f"{self.shell}: {self.words}"
 
 
 def press_tab(shell: str, line: str, scene: Scene) -> tuple[set[str], str]:
     """What `shell` offers at the end of `line`, and what the terminal showed."""
+    command, keys = SHELLS[shell]
+    terminal = subprocess.run(["bash", "-c", command], check=False, text=True, input=line + keys,
+                              cwd=scene.work, env=scene.environment, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT, timeout=TIME_LIMIT_S, errors="replace")
     typed = line.split(" ")[1:]
-    if shell == "fish":
-        script = 'source "$COMPLETIONS/quorvane.fish"; complete -C "$LINE"'
-        run = subprocess.run(["fish", "--no-config", "-c", script], cwd=scene.work, text=True,
-                             env={**scene.environment, "LINE": line}, capture_output=True)
-        # Newer ones offer what only resembles the word, too.
-        offered = [item.partition("\t")[0] for item in run.stdout.splitlines()]
-        offered, shown = [item for item in offered if item.startswith(typed[-1])], run.stderr
-    else:
-        terminal = subprocess.run(["script", "-qec", COMMANDS[shell], "/dev/null"], check=False, text=True,
-                                  input=line + KEYS[shell], cwd=scene.work, env=scene.environment,
-                                  stdout=subprocess.PIPE, timeout=TIME_LIMIT_S, errors="replace")
-        offered = Path(scene.environment["OUT"]).read_text().splitlines()
-        shown = terminal.stdout
+    offered = [item.partition("\t")[0] for item in
+               Path(scene.environment["OUT"]).read_text().splitlines()]
+    if shell == "fish":  # Newer ones offer what only resembles the word, too.
+        offered = [item for item in offered if item.startswith(typed[-1])]
     if shell == "bash":  # What was typed stands there too, unless something took its place.
         offered = [word for word in offered[len(typed) - 1:] if word != typed[-1]]
-    return {re.sub("^-[^=]*=(?=.)", "", word).rstrip("=") for word in offered if word}, shown
+    return {re.sub("^-[^=]*=(?=.)", "", word).rstrip("=") for word in offered if word}, terminal.stdout
 
 
 class Completions(Rows):
     """The same lines in every shell."""
 
     def check_offers(self, line: Line) -> None:
-        with Scene(*([line.script] if line.script else ())) as scene:
-            scene.environment |= {"PATH": f"{scene.path}/bin:/usr/bin:/bin", "TERM": "dumb",
-                                  "OUT": f"{scene.path}/out", "ZDOTDIR": str(scene.path),
-                                  "COMPLETIONS": str(FOLDER)}
-            (scene.path / "bin/quorvane").symlink_to(PROGRAM)
-            scene.credential("http://localhost:1").write_text('{"token":"t"}')
-            for name in ("first.json", "second.json"):
-                (scene.work / name).touch()
-            for name, text in START.items():
-                (scene.path / f".{name}rc").write_text(text)
-            typed = "quorvane " + line.words.replace("ORIGIN", scene.origin)
-            offered, shown = press_tab(line.shell, typed, scene)
-            same(f"offered by {line.shell}", offered, line.offers)
-            self.assertNotRegex(shown, "Cannot|Run quorvane|not found")
-            self.assertFalse((scene.work / "broken").exists())
+        for shell in SHELLS:
+            with Scene(*([line.script] if line.script else ())) as scene:
+                scene.environment |= {"PATH": f"{scene.path}/bin:/usr/bin:/bin", "TERM": "dumb",
+                                      "OUT": f"{scene.path}/out", "ZDOTDIR": str(scene.path),
+                                      "COMPLETIONS": str(PROGRAM.parent / "install")}
+                (scene.path / "bin/quorvane").symlink_to(PROGRAM)
+                scene.credential("http://localhost:1").write_text('{"token":"t"}')
+                for name in ("first.json", "second.json"):
+                    (scene.work / name).touch()
+                for name, text in START.items():
+                    (scene.path / f".{name}rc").write_text(text)
+                typed = "quorvane " + line.name.replace("ORIGIN", scene.origin)
+                offered, shown = press_tab(shell, typed, scene)
+                same(f"offered by {shell}", offered, line.offers)
+                self.assertNotRegex(shown, "Cannot|Run quorvane|not found")
+                self.assertFalse((scene.work / "broken").exists())
 
     def test_lines(self) -> None:
-        projects = {"prj-one", "prj-two"}
-        lines = (
+        self.each((
             Line("logout -", {"--base-url", "--help", "--version", "-h", "-V"}),
-            Line("config pull --f", {"--file"}),
             Line("--base-url config lo", {"login", "logout"}),
-            Line("login --n", {"--no-browser"}),
             Line("whoami --p", set()),
             Line("--base-url=https://a config ex", {"export"}),
             Line("config pull -f ", {"first.json", "second.json"}),
             Line("config push --file=se", {"second.json"}),
-            Line("--base-url=https:", {"https://"}),
-            Line("--base-url ORIGIN config pull -p ", projects, PROJECTS),
+            Line("--base-url ORIGIN config pull -p ", {"prj-one", "prj-two"}, PROJECTS),
             Line("config import --base-url=ORIGIN --project=prj-t", {"prj-two"}, PROJECTS),
             Line("config pull --base-url=ORIGIN -p ", set(), (until_gone,)),
-            Line("config pull --base-url http://localhost:1 -p ", set()))
-        self.each([line._replace(shell=shell) for line in lines for shell in SHELLS],
-                  self.check_offers)
+            Line("config pull --base-url http://localhost:1 -p ", set())), self.check_offers)
