@@ -1,32 +1,15 @@
-#include "support/memory.h"
+#include "support/bytes.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdint>
-#include <new>
 #include <string>
 
-#include "support/bytes.h"
 #include "support/files.h"
 #include "support/text.h"
 
 namespace quorvane {
 namespace {
-
-#ifdef QUORVANE_MEMORY_CEILING  // Else the operators are not ours.
-TEST(Memory, CountsBothFormsOfNew) {
-    constexpr std::align_val_t kAlignment{64};
-    const std::size_t before = memory_in_use();
-    void* const plain = ::operator new(1000);
-    void* const aligned = ::operator new(1000, kAlignment);
-    EXPECT_GE(memory_in_use() - before, 2000U);
-    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(aligned) % 64, 0U);
-    ::operator delete(plain);
-    ::operator delete(aligned, kAlignment);
-    EXPECT_EQ(memory_in_use(), before);
-}
-#endif
 
 TEST(ByteBuffer, KeepsItsBytesWhileItGrows) {
     const std::size_t before = memory_in_use();
