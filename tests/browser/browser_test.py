@@ -5,6 +5,7 @@
 import os
 import subprocess
 import sys
+import tempfile
 from pathlib import Path
 
 from selenium.webdriver import Chrome, ChromeOptions
@@ -19,8 +20,6 @@ from laboratory.network import require_privacy  # noqa: E402
 from laboratory.peers import TIME_LIMIT_S  # noqa: E402
 from laboratory.rows import same  # noqa: E402
 
-ARGUMENTS = ("headless no-sandbox disable-gpu disable-quic no-first-run disable-sync"
-             " disable-background-networking disable-component-update").split()
 COUNT = 5
 
 
@@ -41,15 +40,15 @@ def sign_in(browser: Chrome, origin: str) -> None:
 require_privacy()
 Home.program = Path(sys.argv[1]).resolve()
 options = ChromeOptions()
-with subprocess.Popen([ROOT / "dev/quorvane-service"], stdout=subprocess.PIPE, text=True) as service, \
-        Home() as profile:
-    for argument in (*ARGUMENTS, f"user-data-dir={profile.path}/profile"):
-        options.add_argument(argument)
-    with Chrome(options=options, service=Driver("/usr/bin/chromedriver", env={
-            **os.environ, "HOME": str(profile.path), "TMPDIR": str(profile.path)})) as chromium:
-        chromium.implicitly_wait(TIME_LIMIT_S)
-        address = service.stdout.readline().split()[-1]
-        for _ in range(COUNT):
-            sign_in(chromium, address)
+options.add_argument("headless")
+options.add_argument("no-sandbox")
+with tempfile.TemporaryDirectory() as folder, subprocess.Popen(
+        [ROOT / "dev/quorvane-service"], stdout=subprocess.PIPE, text=True) as service, \
+        Chrome(options=options, service=Driver("/usr/bin/chromedriver", env={
+            **os.environ, "TMPDIR": folder})) as chromium:
+    chromium.implicitly_wait(TIME_LIMIT_S)
+    address = service.stdout.readline().split()[-1]
+    for _ in range(COUNT):
+        sign_in(chromium, address)
     service.terminate()
 print(f"{COUNT} sign-ins")

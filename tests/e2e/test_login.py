@@ -1,17 +1,18 @@
 """login: the calls it makes, and the callback it waits for."""
 # Which request is the callback is decided by the unit tests; secrets and the opener are the sweep's.
 
-import base64
-import hashlib
 import select
 import socket
 import time
+import unittest
+from typing import Any
 
-from laboratory.home import FOLDER, difference, private
-from laboratory.peers import TIME_LIMIT_S, answer, reply
-from laboratory.rows import Rows
-from laboratory.sign_in import SignIn
+from laboratory.home import FOLDER, Result, Scene, difference, finish, private
+from laboratory.peers import TIME_LIMIT_S, Script, answer, reply
+from laboratory.rows import same
 
+GREETED = "Signed in as ada@example.org\n"
+SESSION = b'{ "email":"ada@example.org", "token":"qvt-\\u0031", "more":[1.50,{"a":null}]}'
 STORED = b'{"email":"ada@example.org","token":"qvt-1","more":[1.50,{"a":null}]}'
 
 
@@ -28,7 +29,61 @@ CONNECTED = page("200 OK", "Quorvane CLI connected. You can close this tab.",
                  "Cache-Control: no-store", "Referrer-Policy: no-referrer")
 
 
-class Calls(Rows):
+class SignIn(Scene):
+    """A context, entered when the program has printed where to authorize it."""
+    # `request` is the request identifier of the service's first answer, `exchange` what it does on
+    # the second call; `before` has the files until then.
+
+    def __init__(self, request: object = "r/%1", exchange: Script = reply(answer(SESSION)),
+                 prepare: Any = None, **options: Any) -> None:
+        super().__init__(reply(answer({"request": request})), exchange)
+        self._prepare, self._options = prepare, options
+        self.identifier = request if isinstance(request, str) else ""
+
+    def __enter__(self) -> Any:
+        super().__enter__()
+        if self._prepare:
+            self._prepare(self)
+        self.before = self.files()
+        self.process = self.start("login", "--no-browser", **self._options)
+        self._shown = self.process.stdout.readline() + self.process.stdout.readline()
+        self.url = f"{self.origin}/cli/authorize?request={self.identifier}"
+        self.state = self.peer.body(0)["state"]
+        self.head = f"GET /callback?state={self.state}&request={self.identifier}".encode()
+        return self
+
+    def __exit__(self, *error: object) -> None:
+        self.process.kill()
+        self.process.__exit__(None, None, None)
+        super().__exit__(*error)
+
+    def open(self, sent: bytes) -> socket.socket:
+        """A browser's connection on which `sent` was sent."""
+        browser = socket.create_connection(("127.0.0.1", self.peer.body(0)["port"]))
+        browser.sendall(sent)
+        return browser
+
+    def visit(self, sent: bytes, *pieces: bytes) -> bytes:
+        """What the browser gets for a request, whose pieces arrive apart."""
+        with self.open(sent) as browser:
+            for piece in pieces:
+                time.sleep(0.05)  # A shorter time would only hide a fault.
+                browser.sendall(piece)
+            return b"".join(iter(lambda: browser.recv(4096), b""))
+
+    def approve(self, more: bytes) -> bytes:
+        """What the browser gets for the callback."""
+        return self.visit(self.head + more + b" HTTP/1.1\r\n\r\n")
+
+    def ends(self, text: str = GREETED, err: str = "") -> None:
+        """Checks how it ends."""
+        result = finish(self.process)
+        out = f"Open this URL to authorize the CLI:\n{self.url}\n{text}"
+        same("status, output and errors", result._replace(out=self._shown + result.out),
+             Result(int(err != ""), out.encode(), err.encode()))
+
+
+class Calls(unittest.TestCase):
     """The two calls and what comes of them."""
 
     def test_sign_in(self) -> None:
@@ -37,19 +92,17 @@ class Calls(Rows):
             scene.origin = f"http://localhost:0{scene.peer.port}"
         with SignIn(umask=0o777, prepare=prepare) as login:
             self.assertEqual(login.approve(b"&code=a%20+b="), CONNECTED)
-            self.assertEqual(*login.ends())
+            login.ends()
             self.assertEqual(difference(login.before, login.files()), {
                 "new": FOLDER, "new/quorvane": FOLDER,
                 "new/quorvane/" + login.credential().name: private(STORED)})
-        verifier = login.peer.body(1)["verifier"]
-        digest = base64.urlsafe_b64encode(hashlib.sha256(verifier.encode()).digest()).decode()
-        self.assertEqual(login.peer.requests, [login.request(*call, "", "localhost") for call in (
-            ("/api/cli/start", f'{{"challenge":"{digest[:43]}","state":"{login.state}",'
-                               f'"port":{login.callback_port}}}'),
-            ("/api/cli/exchange",
-             f'{{"request":"r/%1","code":"a%20+b=","verifier":"{verifier}"}}'))])
-        self.assertRegex(verifier + login.state, "^[0-9a-f]{96}$")
-        self.assertNotEqual(verifier, login.state)
+        start, exchange = login.peer.body(0), login.peer.body(1)
+        self.assertEqual(list(start), ["challenge", "state", "port"])
+        self.assertEqual(login.peer.requests[1], login.request(
+            "/api/cli/exchange", f'{{"request":"r/%1","code":"a%20+b=",'
+            f'"verifier":"{exchange["verifier"]}"}}', "", "localhost"))
+        self.assertRegex(exchange["verifier"] + login.state, "^[0-9a-f]{96}$")
+        self.assertNotEqual(exchange["verifier"], login.state)
 
     def test_endings(self) -> None:
         for name, options, shown, ends, stored in (
@@ -63,35 +116,18 @@ class Calls(Rows):
                  {"text": "", "err": "Unable to save credentials\n"}, None)):
             with self.subTest(name), SignIn(**options) as login:
                 self.assertEqual(login.approve(b"&error=access_denied&xcode=x"), shown)
-                self.assertEqual(*login.ends(**ends))
+                login.ends(**ends)
                 file = str(login.credential().relative_to(login.path))
                 self.assertEqual(difference(login.before, login.files()),
                                  {file: private(stored)} if stored else {})
             self.assertEqual(list(login.peer.body(1).values())[:2], [login.identifier, ""])
 
-
-class Callback(Rows):
-    """Whoever is not the expected browser is turned away, and the wait goes on."""
-
-    def test_strays(self) -> None:
+    def test_strays_and_slow_browsers(self) -> None:
+        """They are turned away: others at once, after a second of silence, after five in all."""
         with SignIn() as login:
-            complete = login.head + b" HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n"
-            for name, sent in (
-                    ("another request", complete.replace(b"r/", b"r%2F")),
-                    ("head of 8193 bytes", complete[:-4].ljust(8189, b"x") + b"\r\n\r\n"),
-                    ("head of 64 KiB", complete[:-4].ljust(65536, b"x"))):
-                self.assertEqual(login.visit(sent), UNKNOWN, name)
-            with login.open(complete[:-4]) as browser:
-                browser.shutdown(socket.SHUT_WR)
-                self.assertEqual(browser.recv(4096), UNKNOWN, "a head without its end")
-            self.assertEqual(len(login.peer.requests), 1)
-            self.assertEqual(login.visit(complete[:3], complete[3:50], complete[50:-3],
-                                         complete[-3:-1], b"\nmore"), CONNECTED)
-            self.assertEqual(*login.ends())
-
-    def test_slow_browsers(self) -> None:
-        """One second of silence, or five seconds altogether, and it is the next one's turn."""
-        with SignIn() as login:
+            longest = (login.head + b" HTTP/1.1\r\nHost:").ljust(8188, b"x") + b"\r\n\r\n"
+            for sent in (b"GET /favicon.ico HTTP/1.1\r\n\r\n", longest.replace(b"Host", b"Host:")):
+                self.assertEqual(login.visit(sent), UNKNOWN)
             for pace_s, least_s in ((TIME_LIMIT_S, 0.9), (0.4, 4.9)):
                 with self.subTest(pace_s), login.open(b"GET /") as browser:
                     began = time.monotonic()
@@ -99,5 +135,7 @@ class Callback(Rows):
                         browser.sendall(b"x")
                     self.assertEqual(browser.recv(4096), UNKNOWN)
                     self.assertGreaterEqual(time.monotonic() - began, least_s)
-            self.assertEqual(login.approve(size=8192), CONNECTED, "the largest head")
-            self.assertEqual(*login.ends())
+            with login.open(b""):  # As browsers do in advance.
+                self.assertEqual(login.visit(longest[:3], longest[3:50], longest[50:-3],
+                                             longest[-3:-1], b"\nmore"), CONNECTED)
+            login.ends()

@@ -4,7 +4,6 @@
 #             steps of scripts; `answer`, a response as bytes; `NameServer`
 # `home`      `Home`, a user's home in which the program is started; `Scene`, one with a peer
 # `rows`      `Row`, one run of the program and what is expected of it; `Rows`, a case of tables
-# `sign_in`   `SignIn`, a login under way, and the browser's part in it
 # `network`   what needs the namespaces of dev/namespace: the resolver file, certificates
 # `tracing`   strace: the calls of a run, as records, and runs in which calls are tampered with
 # `messages`  docs/messages.md as data: every line that the program may print

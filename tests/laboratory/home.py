@@ -88,8 +88,8 @@ class Home:
 
     def credential(self, origin: str = "") -> Path:
         """The credential file of an origin, by default that at which somebody is signed in."""
-        name = hashlib.sha256((origin or self.origin).encode()).hexdigest() + ".json"
-        return self.path / "config" / "quorvane" / name
+        name = hashlib.sha256((origin or self.origin).encode()).hexdigest()
+        return self.path / f"config/quorvane/{name}.json"
 
     def equip(self, name: str, script: str) -> Path:
         """Puts a program on the PATH."""
@@ -98,7 +98,7 @@ class Home:
         program.chmod(0o755)
         return program
 
-    def start(self, *words: str | bytes, wrapper: Sequence[str] = (),
+    def start(self, *words: str, wrapper: Sequence[str] = (),
               **options: Any) -> subprocess.Popen[bytes]:
         """Starts the program on the origin, after `wrapper`; `options` are those of Popen."""
         streams = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE,
@@ -107,7 +107,7 @@ class Home:
         origin = ("--base-url", self.origin) if self.origin else ()
         return subprocess.Popen([*wrapper, self.program, *origin, *words], **(streams | options))
 
-    def run(self, *words: str | bytes, **options: Any) -> Result:
+    def run(self, *words: str, **options: Any) -> Result:
         return finish(self.start(*words, **options))
 
     def files(self) -> dict[str, File]:

@@ -130,10 +130,10 @@ def address(text: str) -> bytes:
     return b"\xc0\x0c" + struct.pack(">HHIH", 28 if six else 1, 1, 60, len(data)) + data
 
 
-def dns_reply(query: bytes, *records: bytes, flags: int = 0x8180, other_id: int = 0) -> bytes:
+def dns_reply(query: bytes, *records: bytes, flags: int = 0x8180) -> bytes:
     """A response to `query`."""
-    head = (query[0] * 256 + query[1] ^ other_id, flags, 1, len(records), 0, 0)
-    return struct.pack(">HHHHHH", *head) + query[12:] + b"".join(records)
+    counts = struct.pack(">HHHHH", flags, 1, len(records), 0, 0)
+    return query[:2] + counts + query[12:] + b"".join(records)
 
 
 class NameServer(socketserver.ThreadingUDPServer):

@@ -1,7 +1,7 @@
 """Tables: each row one run of the program in a home of its own, several rows at once."""
 
 import unittest
-from collections.abc import Callable, Iterable, Mapping, Sequence
+from collections.abc import Callable, Iterable, Mapping
 from concurrent.futures import ThreadPoolExecutor
 from dataclasses import KW_ONLY, dataclass, field
 from typing import Any
@@ -9,31 +9,25 @@ from typing import Any
 from .home import File, Result, Scene, difference
 from .peers import Script
 
-CALLS = {"whoami": ("/api/v1/account",), "projects": ("/api/v1/projects",),
-         "logout": ("/api/v1/logout",)}
-"""The one call of a command: path and, unless it is {}, body."""
-
 
 @dataclass(frozen=True)
 class Row:
     """One run of the program and what is expected of it."""
-    # ORIGIN stands for the peer's origin.  A run with a `peer` makes exactly the call `sent` (by
-    # default that of its command), one without makes none.  Nothing but `changed` changes in the home.
+    # ORIGIN stands for the peer's origin.  A run with a `peer` makes exactly the call `sent`, one
+    # without makes none.  Nothing but `changed` changes in the home.
 
     name: str
     """The fault that the row would catch, or the case."""
     _: KW_ONLY
-    words: str | Sequence[str | bytes]
+    words: str = "whoami"
     expect: Result
     peer: Script = ()
     """What the service does on the one connection."""
-    sent: tuple[str, ...] = ()
+    sent: tuple[str, ...] = ("/api/v1/account",)
     """Path and, unless it is {}, body."""
     changed: Mapping[str, File] = field(default_factory=dict)
     """New and changed files."""
     prepare: Callable[[Scene], object] | None = None
-    wrapper: Sequence[str] = ()
-    """Comes before the program, such as a shell with a limit."""
     options: Mapping[str, Any] = field(default_factory=dict)
     """What Popen takes: umask, stdout."""
 
@@ -66,17 +60,14 @@ class Rows(unittest.TestCase):
         self.each(table, self.check_run)
 
     def check_run(self, row: Row) -> None:
-        words = row.words.split() if isinstance(row.words, str) else row.words
         with Scene(*([row.peer] if row.peer else [])) as scene:
             if row.prepare:
                 row.prepare(scene)
             before = scene.files()
             origin = scene.origin.encode()
             expected = row.expect._replace(err=row.expect.err.replace(b"ORIGIN", origin))
-            same("status, output and errors",
-                 scene.run(*words, wrapper=row.wrapper, **row.options), expected)
+            same("status, output and errors", scene.run(*row.words.split(), **row.options), expected)
             same("files that changed", difference(before, scene.files()), {
                 name: (mode, content.replace(b"ORIGIN", origin))
                 for name, (mode, content) in row.changed.items()})
-        same("requests", scene.peer.requests, [
-            scene.request(*(row.sent or CALLS[str(words[0])]))] if row.peer else [])
+        same("requests", scene.peer.requests, [scene.request(*row.sent)] if row.peer else [])
