@@ -13,8 +13,7 @@ int main(int /*argc*/, char** argv) {
     int replayed = 0;
     for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
         std::ifstream file(entry.path(), std::ios::binary);
-        const std::vector<char> read{std::istreambuf_iterator<char>(file), {}};
-        const std::vector<std::uint8_t> bytes(read.begin(), read.end());
+        const std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(file), {}};
         LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
         ++replayed;
     }

@@ -29,26 +29,23 @@ TEST(ParseResponse, JudgesStatusHeadersAndFraming) {
         {"H 200 x\r\nnot a header\r\n: v\r\nA b:  c d \r\n\tX: 1:2\r\n\r\n",
          "200|=v;A b=c d ;\tX=1:2;||"},
         {"H 200 x\r\nContent-Length: 0\r\nB: c", "200|Content-Length=0;||"},
-        {"HTTP/1.1 200 ", "200|||"},
-        {"HTTP/1.1 200\r\nA: b c\r\n\r\n", "0|||"},
-        {" 200 OK\r\n\r\n", "0|||"},
-        {"H  200 OK\r\n\r\n", "0|||"},
-        {"H 099 OK\r\n\r\n", "0|||"},
-        {"H 1000 OK\r\n\r\n", "0|||"}};
+        {"HTTP/1.1 200 ", "200|||"}};
     for (const auto& [data, shown] : cases) {
         const ResponseParse got = parse_response(ByteBuffer::copy_of(data), 2);
         const HttpResponse& response = got.response;
         EXPECT_EQ(std::to_string(response.status) + "|" + show(response.headers) + "|" +
                       std::string(response.body.view()) + (got.complete ? "|whole" : "|"),
                   shown);
-        EXPECT_EQ(got.ok, response.status > 0);
+    }
+    for (const std::string line :
+         {"H 200\r\nA: b c", " 200 OK", "H  200 OK", "H 099 OK", "H 1000 OK"}) {
+        EXPECT_FALSE(parse_response(ByteBuffer::copy_of(line + "\r\n\r\n")).ok) << line;
     }
 }
 
 TEST(ParseRequest, SplitsTheRequestLine) {
     const std::pair<std::string_view, const char*> cases[] = {
         {"GET /a?b=c?d HTTP/1.1\r\nHost:  h\r\nno\r\n\r\nbody", "GET|/a|b=c?d|Host=h;|body"},
-        {"GET /a%20b HTTP/1.1\r\nHost: h", "GET|/a%20b|||"},
         {"POST  /x HTTP/1.1\r\n\r\n", "POST||||"}};
     for (const auto& [data, shown] : cases) {
         const HttpRequest got = parse_request(data);

@@ -12,12 +12,9 @@ namespace {
 // The error of a parse as "OFFSET CODE: MESSAGE", nothing when there is none.
 std::string error_of(std::string_view input, const JsonLimits& limits = {}) {
     const JsonParseResult got = parse_json(input, limits);
-    if (got.ok) return "";
-    return std::to_string(got.error.offset)
-        .append(" ")
-        .append(got.error.code)
-        .append(": ")
-        .append(got.error.message);
+    const std::string offset = got.ok ? "" : std::to_string(got.error.offset) + " ";
+    return offset + std::string(got.error.code) + (got.ok ? "" : ": ") +
+           std::string(got.error.message);
 }
 
 TEST(ParseJson, ReportsTheFirstFaultAndItsPlace) {
