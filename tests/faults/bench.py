@@ -1,108 +1,35 @@
-"""Where the commands are broken: the service and its browser, every command, a home for each run."""
+"""The commands that are broken, and one run of one of them: its home, its service, its browser."""
 
-import ctypes
 import json
-import multiprocessing
-import os
-import re
-import shutil
 import socket
+import ssl
 import subprocess
-import threading
-import time
-from collections.abc import Iterator, Sequence
+from collections.abc import Sequence
 from contextlib import suppress
 from pathlib import Path
 from typing import Any, NamedTuple
 
-from laboratory.home import TOKEN, File, Home, Result, finish, private
-from laboratory.network import Authority, serving
+from laboratory.home import TOKEN, File, Home, Result, finish
 from laboratory.peers import Connection, Peer, answer, reply
+from laboratory.tracing import tracing
 
 WAIT_S = 20
 """Two waits of 10 s: two calls have three each, of which one fault makes one run out."""
-idle_s = multiprocessing.Value("d", WAIT_S)
-"""How long the service waits for the rest of a request: longer than any delay of a run that works."""
 
 # The service's answers are constants, so that the files they lead to are known byte for byte.
 HOST = "sweep.test"
 NEW_TOKEN = "qvt-canary-77ac2d"
 EMAIL = "ada@example.org"
-PULLED: dict[str, Any] = {
-    "config": {"id": "p", "units": "metres", "stations": [{"depth": -4.5}, None]}, "revision": 8}
-REFUSAL = "Revision 7 is out of date"
+CONFIG: dict[str, Any] = {"units": "metres", "stations": [{"depth": -4.5}, None]}
 ANSWERS: dict[str, Any] = {
     "start": {"request": "req-1"},
     "exchange": {"token": NEW_TOKEN, "email": EMAIL},
     "account": {"account": {"canonical_email": EMAIL}},
     "projects": {"projects": [{"id": "p", "name": "Tides"}, {"id": "q", "name": "Wind"}]},
-    "project": {"project": PULLED},
+    "project": {"project": {"config": {"id": "p", **CONFIG}, "revision": 8}},
     "project-configure": {"project": {"revision": 8}},
 }
 
-
-class Service:
-    """The service, plain and over TLS, what it was told, and what its browser read."""
-
-    def __init__(self, authority: Authority) -> None:
-        self._peers = [Peer(reply(self._answer), address="::", tls=tls).__enter__()
-                       for tls in (None, serving(authority, "service"))]
-        self.ports = [peer.port for peer in self._peers]
-        self.begin(False)
-
-    def begin(self, refusing: bool) -> None:
-        """Forgets the last run.  `refusing` makes every push meet a conflict."""
-        self.refusing = refusing
-        self.secrets: dict[str, str] = {}
-        self.pages: list[str] = []
-        self.browsers: list[threading.Thread] = []
-        for peer in self._peers:
-            peer.connections.clear()
-            peer.idle_limit_s = idle_s.value
-
-    @property
-    def requests(self) -> list[bytes]:
-        """All that was sent, incomplete requests too."""
-        return [request for peer in self._peers for request in peer.requests]
-
-    def _answer(self, connection: Connection) -> None:
-        head, _, body = connection.received.partition(b"\r\n\r\n")
-        length = re.search(rb"Content-Length: (\d+)", head)
-        if not length or len(body) < int(length[1]):
-            return
-        name = head.split(b" ")[1].decode(errors="replace").rpartition("/")[2]
-        if name == "start":
-            start = json.loads(body)
-            self.secrets["state"] = start["state"]
-            browser = threading.Thread(target=self._browse, args=(start["port"], start["state"]))
-            browser.start()
-            self.browsers.append(browser)
-        elif name == "exchange":
-            self.secrets["verifier"] = json.loads(body)["verifier"]
-        refused = name == "project-configure" and self.refusing
-        connection.socket.sendall(answer({"error": REFUSAL}, 409) if refused
-                                  else answer(ANSWERS.get(name, {})))
-
-    def _browse(self, port: int, state: str) -> None:
-        """The browser comes back, and again when it was not understood, as a person would."""
-        for _ in range(8):
-            page = b""
-            try:
-                with socket.create_connection(("127.0.0.1", port), timeout=25) as connection:
-                    connection.sendall(f"GET /callback?request=req-1&state={state}&code=c HTTP/1.1\r\n"
-                                       f"Host: 127.0.0.1:{port}\r\n\r\n".encode())
-                    while data := connection.recv(4096):
-                        page += data
-            except ConnectionRefusedError:
-                return
-            except OSError:
-                continue
-            self.pages.append(page.partition(b"\r\n\r\n")[2].decode())
-            if self.pages[-1] not in ("", "Unknown login callback"):
-                return
-
-
-# The commands, and their files before and after.
 
 class Change(NamedTuple):
     """A file's contents before a run and after one that succeeded; None: no file."""
@@ -118,8 +45,7 @@ def _json(value: object) -> bytes:
 OLD_CREDENTIAL = json.dumps({"token": TOKEN, "email": "old"}).encode()
 NEW_CREDENTIAL = _json({"token": NEW_TOKEN, "email": EMAIL})
 OLD_CONFIG = b'{ "units": "feet" }\n'
-NEW_CONFIG = (json.dumps({key: value for key, value in PULLED["config"].items() if key != "id"},
-                         indent=2) + "\n").encode()
+NEW_CONFIG = json.dumps(CONFIG, indent=2).encode() + b"\n"
 
 
 class Command(NamedTuple):
@@ -129,19 +55,18 @@ class Command(NamedTuple):
     words: str
     out: str
     """`{origin}` stands for the origin."""
-    err: str = ""
     credential: Change = Change(OLD_CREDENTIAL, OLD_CREDENTIAL)
     file: str = "work/quorvane.config.json"
     config: Change = Change(OLD_CONFIG, OLD_CONFIG)
     revision: tuple[int | None, int | None] = (7, 7)
 
-    def files(self, home: Home) -> dict[str, Change]:
-        """All files of the home, by name: the credential, the configuration and its record."""
+    def changes(self, home: Home) -> dict[Path, Change]:
+        """All files of the home: the credential, the configuration and its record."""
         recorded = (revision and _json({"projectId": "p", "baseUrl": home.origin,
                                         "revision": revision}) for revision in self.revision)
-        changes = {str(home.credential().relative_to(home.path)): self.credential,
-                   self.file: self.config, self.file + ".sync.json": Change(*recorded)}
-        return {name: change for name, change in changes.items() if change != (None, None)}
+        changes = {home.credential(): self.credential, home.path / self.file: self.config,
+                   home.path / (self.file + ".sync.json"): Change(*recorded)}
+        return {path: change for path, change in changes.items() if change != (None, None)}
 
 
 _LOGIN_OUT = ("Open this URL to authorize the CLI:\n{origin}/cli/authorize?request=req-1\n"
@@ -158,11 +83,8 @@ COMMANDS = (
             "Saved new/folder/c.json\n", file="work/new/folder/c.json",
             config=Change(None, NEW_CONFIG), revision=(None, 8)),
     Command("config push", "config push -p p", "Configuration synchronized\n", revision=(7, 8)),
-    Command("config push, refused", "config push -p p", "", REFUSAL + "\n"),
     Command("logout", "logout", "Signed out\n", credential=Change(OLD_CREDENTIAL, None)),
 )
-WRITERS = [row for row, command in enumerate(COMMANDS)
-           if any(change.old != change.new for change in command.files(Home("x")).values())]
 OPENER = """#!/bin/sh
 printf '%s\\n' "$@" >"$0.log"
 while read -r name value; do case $name in Sig[BI]*) echo "$name $value"; esac; done \\
@@ -176,67 +98,77 @@ OPENER_SAW = ("{origin}/cli/authorize?request=req-1\nSigBlk: 0000000000000000\n"
               "0 -> /dev/null", "2 -> /dev/null")
 
 
-class Bench:
-    """One worker's service, and one home after the other."""
+class Bench(Home):
+    """A command's home in the state before it, and its service; a context for one run."""
 
-    def __init__(self, authority: Authority) -> None:
-        self.service = Service(authority)
-        self.home = Home()
-        self._trust_file = str(authority.trust_file)
-        # A browser outlives the program that launched it; then it is this process's child.
-        ctypes.CDLL(None).prctl(36, 1)  # PR_SET_CHILD_SUBREAPER
+    tls_context: ssl.SSLContext
+    trust_file: str
+    idle_s = float(WAIT_S)
+    """How long the service waits for the rest of a request: longer than any that is complete."""
 
-    def prepare(self, command: Command, tls: bool) -> Path:
-        """A home in the state before the command; returns where its calls are to be logged."""
-        self.home.__exit__()
-        self.home = Home(f"https://{HOST}:{self.service.ports[1]}" if tls
-                         else f"http://127.0.0.1:{self.service.ports[0]}")
-        self.home.environment |= {"TZ": "UTC", "SSL_CERT_FILE": self._trust_file,
-                                  "PATH": f"/nowhere:{self.home.path}/bin"}
-        self.opener = self.home.equip("xdg-open", OPENER)
-        self.home.credential().unlink()
-        if command.credential.old is None:
-            shutil.rmtree(self.home.path / "config")
-        for name, change in command.files(self.home).items():
+    def __init__(self, command: Command, tls: bool) -> None:
+        super().__init__()
+        self.command, self.result = command, Result(None, b"", b"")
+        self.secrets: dict[str, str] = {}
+        self.pages: list[str] = []
+        self.peer = Peer(reply(self._serve), address="::", tls=self.tls_context if tls else None)
+        self.peer.idle_limit_s = self.idle_s
+        self.origin = (f"https://{HOST}" if tls else "http://127.0.0.1") + f":{self.peer.port}"
+        self.environment |= {"SSL_CERT_FILE": self.trust_file,
+                             "PATH": f"/nowhere:{self.path}/bin"}
+        self.opener = self.equip("xdg-open", OPENER)
+        self.changes = command.changes(self)
+        (self.path / "victim").write_text("untouched")
+        for path, change in self.changes.items():
             if change.old is not None:
-                (self.home.path / name).write_bytes(change.old)
-                (self.home.path / name).chmod(0o600)
-        self.close_folders()
-        self.service.begin("refused" in command.name)
-        return self.home.path / "log"
+                path.parent.mkdir(parents=True, exist_ok=True)
+                path.write_bytes(change.old)
 
-    def close_folders(self) -> None:
-        """Makes all folders private."""
-        for folder in self.home.path.rglob("*/"):
-            folder.chmod(0o700)
+    def run(self, options: str = "", wrapper: Sequence[str] = ()) -> None:
+        """Runs the command after `wrapper` under strace with `options`, until no child is left."""
+        # In both {0} is the first file that is written, {1} the second.
+        files = [path for path, change in self.changes.items()
+                 if change.new not in (None, change.old)]
+        words = [word.format(*files, opener=self.opener, victim=self.path / "victim")
+                 for word in (*options.split(), *wrapper)]
+        before = tracing("-ff", "-o", f"{self.path}/calls", *words)
+        with self.peer, suppress(subprocess.TimeoutExpired):
+            # Anything private must come from the program itself.
+            self.result = finish(self.start(*self.command.words.split(), wrapper=before, umask=0),
+                                 WAIT_S + 4 * self.idle_s)
 
-    def run(self, command: Command, wrapper: Sequence[str] = ()) -> Result:
-        """Runs the program, with `wrapper` before it, and waits for its browser."""
-        limit_s = WAIT_S + 4 * idle_s.value
-        process = self.home.start(*command.words.split(), wrapper=wrapper)
-        try:
-            result = finish(process, limit_s)
-        except subprocess.TimeoutExpired:
-            result = Result(None, *process.communicate())
-        for browser in self.service.browsers:
-            browser.join()
-        deadline = time.monotonic() + limit_s
-        with suppress(ChildProcessError):  # Until no child is left.
-            while time.monotonic() < deadline and os.waitpid(-1, os.WNOHANG) == (0, 0):
-                time.sleep(0.005)
-        return result
-
-    def shell(self, script: str) -> list[str]:
-        """A wrapper that runs a script in the very process that then becomes the program."""
-        return ["/bin/sh", "-c", f'PATH=/bin:/usr/bin; {script}'
-                f' PATH={self.home.environment["PATH"]}; exec "$@"', "sh"]
+    def logs(self) -> list[str]:
+        """The kernel calls of each process of the run, the program's first."""
+        logs = [log.read_text(errors="replace") for log in self.path.glob("calls.*")]
+        return sorted(logs, key=lambda log: "fcntl(0, F_GETFD" not in log)
 
     def opener_log(self) -> str:
         """What the launched opener saw of itself; empty when none was launched."""
         log = Path(f"{self.opener}.log")
         return log.read_text() if log.exists() else ""
 
-    def found(self) -> dict[str, File]:
-        """All that is where the program writes, by name."""
-        return {name: file for name, file in self.home.files().items()
+    def found(self) -> dict[Path, File]:
+        """All that is where the program writes."""
+        return {self.path / name: file for name, file in self.files().items()
                 if name.startswith(("config/", "work/"))}
+
+    def _serve(self, connection: Connection) -> None:
+        head, _, body = connection.received.partition(b"\r\n\r\n")
+        call = head.partition(b" HTTP/")[0].rpartition(b"/")[2].decode(errors="replace")
+        said = json.loads(body)
+        self.secrets |= {name: said[name] for name in ("state", "verifier") if name in said}
+        connection.socket.sendall(answer(ANSWERS.get(call, {})))
+        connection.socket.close()
+        if call == "start":
+            self._browse(said["port"], f"GET /callback?request=req-1&state={said['state']}&code=c "
+                         f"HTTP/1.1\r\nHost: 127.0.0.1:{said['port']}\r\n\r\n".encode())
+
+    def _browse(self, port: int, request: bytes) -> None:
+        """The browser comes back, and again when it was not understood, as a person would."""
+        for _ in range(8):
+            with suppress(OSError), socket.create_connection(("127.0.0.1", port), 25) as browser:
+                browser.sendall(request)
+                page = b"".join(iter(lambda: browser.recv(4096), b"")).partition(b"\r\n\r\n")[2]
+                self.pages.append(page.decode())
+            if self.pages and self.pages[-1] not in ("", "Unknown login callback"):
+                break

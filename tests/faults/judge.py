@@ -1,110 +1,98 @@
 """Whether a run kept the program's promises, whatever was broken under it."""
 
+import re
+import signal
 from collections.abc import Iterator
-from typing import NamedTuple
+from pathlib import Path
 
-from laboratory.home import FOLDER, TOKEN, File, Result, private
+from laboratory.home import FOLDER, TOKEN, File, private
 from laboratory.messages import Messages
 
-from .bench import COMMANDS, NEW_TOKEN, REFUSAL, Bench, Command
+from .bench import NEW_TOKEN, Bench
+from .cases import Case
+from .trace import left_open, read_calls
 
 MESSAGES = Messages()
+KILLED = -signal.SIGKILL
 
 
-class Outcome(NamedTuple):
-    """One run and its verdict."""
-
-    row: int
-    tls: bool
-    what: str
-    kind: str
-    """Of a fault how the run ended, of a crash the state of the files, or `missed`."""
-    violations: list[str]
-    message: str = ""
-    """The documented message that was printed."""
-
-    @property
-    def title(self) -> str:
-        """What the command is called, over which transport."""
-        return f"{COMMANDS[self.row].name} ({'tls' if self.tls else 'plain'})"
+def judge(bench: Bench, case: Case) -> Iterator[str]:
+    """What is wrong."""
+    logs, found = bench.logs(), bench.found()
+    lossy = not case.harmless and re.search(r"^write\([12],.*INJECTED", "\n".join(logs), re.M)
+    if not case.signal:
+        yield from judge_output(bench, case, bool(lossy))
+    if bench.result.status in (0, 1):
+        yield from left_open(read_calls(logs[0]), bench)
+    yield from judge_files(bench, case, found, bool(lossy))
+    yield from judge_secrets(bench, found)
 
 
-def judge(bench: Bench, command: Command, result: Result, lossy: bool = False,
-          stale: bool = False, ended: bool = True) -> Iterator[str]:
-    """What is wrong.  `lossy`: what was printed may not have arrived.  `stale`: temporary files may
-    have stayed.  Not `ended`: something else ended the program."""
-    if ended:
-        yield from judge_output(bench, command, result, lossy)
-    yield from judge_files(bench, command, result, lossy, stale)
-    yield from judge_secrets(bench, result)
-
-
-def judge_output(bench: Bench, command: Command, result: Result, lossy: bool) -> Iterator[str]:
-    """Output and status fit together."""
-    expected = command.out.format(origin=bench.home.origin).encode()
-    out, err = result.out, result.err.decode(errors="replace")
-    if result.status == 0:
-        if command.err or not (lossy or (out, err) == (expected, "")):
+def judge_output(bench: Bench, case: Case, lossy: bool) -> Iterator[str]:
+    """Output and status fit together, and both to what was broken; `lossy`: output was lost."""
+    status, out, err = bench.result
+    expected = case.command.out.format(origin=bench.origin).encode()
+    line = err.decode(errors="replace").removesuffix("\n")
+    if status == 0:
+        if not lossy and (out, err) != (expected, b""):
             yield f"status 0, but printed {out!r} {err!r}"
-    elif result.status == 1:
-        message = MESSAGES.explain(err[:-1], "stderr, 1") if err.count("\n") == 1 else None
-        documented = err == REFUSAL + "\n" or (
-            message and message.is_for(command.name.partition(",")[0]))
-        if not documented and not (lossy and err.count("\n") < 2):
+    elif status == 1:
+        message = MESSAGES.explain(line, "stderr, 1") if err.count(b"\n") == 1 else None
+        documented = message and message.is_for(case.command.name.partition(",")[0])
+        if not documented and not (lossy and "\n" not in line):
             yield f"undocumented on standard error: {err!r}"
         if not expected.startswith(out) and not lossy:
             yield f"printed {out!r}"
-    elif result.status is None:
-        yield "did not end in time"
-    else:
-        yield f"ended with status {result.status}: {err!r}"
+    elif not (status == -signal.SIGABRT and err == b"memory limit exceeded\n"
+              and re.search("inject=(brk|mmap|mremap)", case.options)):
+        yield f"ended with status {status} (None: not in time): {err!r}"
+    if case.harmless and status != 0:
+        yield f"this is to be survived, but: {err!r}"
+    if case.grave and status == 0:
+        yield "status 0, although a file was not surely written or removed"
 
 
-def judge_files(bench: Bench, command: Command, result: Result, lossy: bool = False,
-                stale: bool = False) -> Iterator[str]:
-    """Every file is entirely old or entirely new, as the message says, and private; no other file is
-    there."""
-    found, fresh = bench.found(), {}
-    # A failure has changed nothing, but for the one message about the second of two files.
-    told = result.status == 0 or (result.status == 1 and not lossy)
-    for name, change in command.files(bench.home).items():
-        new = result.status == 0 or (name == command.file and
-                                     result.err == b"Cannot write revision metadata\n")
-        allowed: list[File | None] = [None if content is None else private(content) for content in (
-            (change.new if new else change.old,) if told else change)]
-        got = found.pop(name, None)
-        fresh[name] = got == allowed[-1]
-        if got not in allowed:
-            yield f"after status {result.status}, {result.err!r}: {name} is {got}"
-    if fresh.get(command.file + ".sync.json") and not (told or fresh.get(command.file, True)):
-        yield "a new revision is recorded for an old configuration"
-    for name, file in found.items():
-        if file != FOLDER and not (stale and ".tmp." in name and file[0] == private(b"")[0]):
-            yield f"left behind, or open to others: {name} {file[0]}"
+def judge_files(bench: Bench, case: Case, found: dict[Path, File], lossy: bool) -> Iterator[str]:
+    """Every file is all old or all new, as the message says, and private; no other one is there."""
+    status, others, new = bench.result.status, dict(found), []
+    for path, change in bench.changes.items():
+        # A failure has changed nothing, but for the one message about the second of two files.
+        written = status == 0 or (path == bench.path / case.command.file and
+                                  bench.result.err == b"Cannot write revision metadata\n")
+        told = status == 0 or (status == 1 and not lossy)
+        got = others.pop(path, None)
+        if got not in [content if content is None else private(content)
+                       for content in ((change[written],) if told else change)]:
+            yield f"after status {status}, {bench.result.err!r}: {path.name} is {got}"
+        if change.old != change.new:
+            new.append((got and got[1]) == change.new)
+    # Only the death that nothing can hold back, or a failure that is told, comes between the two.
+    if new == [False, True] or (new == [True, False] and status not in (1, KILLED)):
+        yield "the configuration and its record do not belong together"
+    for path, file in others.items():
+        stale = case.stale and ".tmp." in str(path) and file[0] == private(b"")[0]
+        if file != FOLDER and not stale:
+            yield f"left behind, or open to others: {path} {file[0]}"
+    if (bench.path / "victim").read_text() != "untouched" or (bench.path / "victim2").exists():
+        yield "a link was followed"
+    if "mine" in str(case.wrapper) and not any(file[1] == b"mine\n" for file in others.values()):
+        yield "a file of others is gone"
 
 
-def judge_secrets(bench: Bench, result: Result) -> Iterator[str]:
-    """Secrets are in the credential file and in the requests, and nowhere else; the browser reads
-    documented pages, of which a cut one is no worse than a closed connection."""
-    service, opener = bench.service, bench.opener_log()
-    places = {"standard output": result.out, "standard error": result.err,
-              "the opener": opener.encode(), "a page": "".join(service.pages).encode()}
-    for name, (_, content) in bench.found().items():
-        places[name] = name.encode() + (b"" if name.startswith("config/") else content)
-    for secret, value in {"token": TOKEN, "new token": NEW_TOKEN, **service.secrets}.items():
-        yield from (f"the {secret} is in {place}" for place, text in places.items()
+def judge_secrets(bench: Bench, found: dict[Path, File]) -> Iterator[str]:
+    """Secrets are where they belong and nowhere else; the browser reads documented pages."""
+    places = {"standard output": bench.result.out, "standard error": bench.result.err,
+              "the opener": bench.opener_log().encode(), "a page": "".join(bench.pages).encode()}
+    for path, (_, content) in found.items():
+        secret = (bench.path / "config") in path.parents
+        places[str(path)] = path.name.encode() + (b"" if secret else content)
+    for request in bench.peer.requests:
+        line = request.partition(b"\r\n")[0].decode(errors="replace")
+        own = "state" if "/start " in line else "verifier" if "/exchange " in line else ""
+        rest = request.replace(f"\r\nAuthorization: Bearer {TOKEN}\r\n".encode(), b"")
+        places[line] = rest.replace(bench.secrets.get(own, "\n").encode(), b"")
+    for name, value in {"token": TOKEN, "new token": NEW_TOKEN, **bench.secrets}.items():
+        yield from (f"the {name} is in {place}" for place, text in places.items()
                     if value.encode() in text)
-    inherited = opener.replace(f"-> {bench.opener}", "")  # The shell's own.
-    if "-> socket:" in inherited or f"-> {bench.home.path}/" in inherited:
-        yield "the opener has inherited a descriptor"
-    for request in service.requests:
-        head, _, body = request.partition(b"\r\n\r\n")
-        line = f"\r\nAuthorization: Bearer {TOKEN}\r\n".encode()
-        if TOKEN.encode() in head.replace(line, b"") + body:
-            yield "the token is outside the Authorization header"
-        for secret, value in service.secrets.items():
-            call = b"/api/cli/start " if secret == "state" else b"/api/cli/exchange "
-            if value.encode() in request and call not in head.partition(b"\r\n")[0]:
-                yield f"the {secret} was sent with another call"
-    yield from (f"the browser read {words!r}" for words in service.pages
+    yield from (f"the browser read {words!r}" for words in bench.pages
                 if words and not MESSAGES.explain(words, "browser"))

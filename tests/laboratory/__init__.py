@@ -5,7 +5,7 @@
 # `home`      `Home`, a user's home in which the program is started; `Scene`, one with a peer
 # `rows`      `Row`, one run of the program and what is expected of it; `Rows`, a case of tables
 # `network`   what needs the namespaces of dev/namespace: the resolver file, certificates
-# `tracing`   strace: the calls of a run, as records, and runs in which calls are tampered with
+# `tracing`   strace: the kernel calls of a run
 # `messages`  docs/messages.md as data: every line that the program may print
 #
 # Nothing uses a fixed path, and outside the private network no fixed port; every wait ends with what
