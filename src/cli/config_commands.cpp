@@ -11,7 +11,6 @@
 #include "support/atomic_write.h"
 #include "support/bytes.h"
 #include "support/output.h"
-#include "support/process.h"
 
 namespace quorvane {
 namespace {
@@ -59,19 +58,13 @@ int run_config_pull(const CommandCall& call) {
     const ByteBuffer config =
         config_text(json_without_members(json_member(project, "config"), kServiceMembers));
 
-    bool config_written = false;
-    bool metadata_written = false;
-    await_file_system(file);
-    {
-        // Ctrl-C between the two would leave this configuration with the metadata of another
-        // project, and the next push would send it there.
-        const SignalHold hold;
-        config_written = write_file_atomic(file, config.view());
-        metadata_written =
-            config_written && write_file_atomic(metadata_path(file), metadata.view());
-    }
-    if (!config_written) return fail("Cannot write configuration");
-    if (!metadata_written) return fail("Cannot write revision metadata");
+    // Together, for Ctrl-C between the two would leave this configuration with the metadata of
+    // another project, and the next push would send it there.
+    const std::string metadata_file = metadata_path(file);
+    const std::size_t written =
+        write_files_atomic({{file, config.view()}, {metadata_file, metadata.view()}});
+    if (written == 0) return fail("Cannot write configuration");
+    if (written == 1) return fail("Cannot write revision metadata");
     print_line(Stream::kOutput, "Saved " + std::string(file));
     return 0;
 }

@@ -81,8 +81,8 @@ std::vector<off_t> sizes_in_directory(const char* directory, const struct stat& 
     return sizes;
 }
 
-// Whether files of these sizes hold everything in `bundle` that can be a certificate.
-bool sizes_cover(const std::vector<off_t>& sizes, std::string_view bundle) {
+// Whether files of these sizes, at least one, are what `bundle` was made of.
+bool sizes_match(const std::vector<off_t>& sizes, std::string_view bundle) {
     constexpr std::string_view kBegin = "-----BEGIN ";
     // The text before a certificate comes from its file, or from the tool that made the bundle.
     std::vector<off_t> with_text;
@@ -100,8 +100,7 @@ bool sizes_cover(const std::vector<off_t>& sizes, std::string_view bundle) {
     }
     std::ranges::sort(with_text);
     std::ranges::sort(without_text);
-    return !with_text.empty() &&
-           (std::ranges::includes(sizes, with_text) || std::ranges::includes(sizes, without_text));
+    return sizes == with_text || sizes == without_text;
 }
 
 bool directory_serves(const TrustPlace& place) {
@@ -114,7 +113,7 @@ bool directory_serves(const TrustPlace& place) {
     if (sizes.empty()) return false;
     const ByteBuffer bundle = read_whole_file(place.file, kMaxBundleBytes);
     // A read that fails in the middle would hide the certificates after it.
-    return static_cast<off_t>(bundle.size()) == file.st_size && sizes_cover(sizes, bundle.view());
+    return static_cast<off_t>(bundle.size()) == file.st_size && sizes_match(sizes, bundle.view());
 }
 
 // False: OpenSSL has to be given the file.

@@ -15,12 +15,14 @@ namespace quorvane {
 ///
 /// - nothing was changed after the directory: not the file, nor any file that the directory leads
 /// to;
-/// - each certificate of the file has, by its size, a file of its own that everybody may read and
-///   that the directory leads to under a name by which OpenSSL finds it.
+/// - the certificates of the file and the files that the directory leads to are of the same sizes,
+///   one for one.  A file counts if everybody may read it and its name is one by which OpenSSL
+///   finds it.
 ///
-/// Contents are not compared, because reading them is the cost to be saved.  A mere number would
-/// let a certificate that only the directory has make up for one that only the file has.  In doubt
-/// the file is read: that takes longer, and trusts the same.
+/// Contents are not compared, because reading them is the cost to be saved.  A directory that has
+/// more than the file is in doubt, too: one to spare could make up for a certificate that only the
+/// file has, or answer for a subject for which OpenSSL would ask the file alone.  In doubt the file
+/// is read: that takes longer, and trusts as OpenSSL does.
 ///
 /// When the user has set one of the two variables, even to the empty text, nothing is decided; nor
 /// with LD_LIBRARY_PATH, which may name an OpenSSL with other places.

@@ -1,5 +1,6 @@
 #include "support/atomic_write.h"
 
+#include <algorithm>
 #include <string>
 
 #include "support/fd.h"
@@ -18,6 +19,7 @@ class TemporaryFile {
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
     ~TemporaryFile() {
+        static_cast<void>(fd_.close());  // Some file systems remove no open file.
         if (!renamed_) remove_path(path_);
     }
 
@@ -54,22 +56,29 @@ class TemporaryFile {
         return fd_.valid();
     }
 
-    const SignalHold hold_;  // The first member: released after the file is gone.
     std::string target_;
     std::string path_;
     FdHandle fd_;
     bool renamed_ = false;
 };
 
+bool replace(const FileReplacement& replacement) {
+    const bool reachable = ensure_directories(parent_directory(replacement.path));
+    TemporaryFile file(replacement.path);
+    return reachable && file.create() && file.write_and_sync(replacement.bytes) &&
+           file.rename_to_target();
+}
+
 }  // namespace
 
-void await_file_system(std::string_view path) { static_cast<void>(stat_path(path)); }
-
-bool write_file_atomic(std::string_view path, std::string_view bytes) {
-    await_file_system(path);
-    const bool reachable = ensure_directories(parent_directory(path));
-    TemporaryFile file(path);
-    return reachable && file.create() && file.write_and_sync(bytes) && file.rename_to_target();
+std::size_t write_files_atomic(std::initializer_list<FileReplacement> files) {
+    for (const FileReplacement& file : files) {
+        struct stat ignored = {};
+        static_cast<void>(kernel::lstat(std::string(file.path).c_str(), &ignored));
+    }
+    const SignalHold hold;
+    const auto* const failed = std::ranges::find_if_not(files, replace);
+    return static_cast<std::size_t>(failed - files.begin());
 }
 
 }  // namespace quorvane

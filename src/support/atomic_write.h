@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <initializer_list>
 #include <string_view>
 
 /// Replacing a file in one step.
@@ -8,7 +10,7 @@
 /// closed and renamed over the target.  A reader sees the old contents or the new, at any moment:
 ///
 ///     last step done                  target   temporary file
-///     directories made, signals held  old      none
+///     signals held, directories made  old      none
 ///     created                         old      empty
 ///     written                         old      partial, then complete
 ///     synchronised and closed         old      complete, and on disk
@@ -20,8 +22,9 @@
 ///
 /// - A step that fails: the temporary file is removed, the target is untouched.
 /// - SIGINT, SIGTERM, SIGHUP or SIGQUIT: held from before the file is created until it is renamed
-///   or removed, so they leave none.  The file system is asked about the target before that: a
-///   mount that does not respond keeps the command waiting where a signal still ends it.
+///   or removed, so they leave none.  The file system is asked about the target, once and without
+///   following a link, before that: a mount that does not respond keeps the command waiting where a
+///   signal still ends it.
 /// - SIGKILL, any other signal and a crash of the process: a temporary file of that process can
 ///   stay.  A later process with the same number removes it and starts again, once.
 /// - A power cut: the target is entirely old or entirely new, because its bytes are on disk before
@@ -34,12 +37,19 @@
 /// temporary name.  One can then remove or rename the other's file before it is complete.
 namespace quorvane {
 
-/// Asks the file system once about `path`, follows symbolic links, and ignores what it says. Called
-/// before signals are held, as described above.
-void await_file_system(std::string_view path);
+/// A file and the bytes that replace its contents.
+struct FileReplacement {
+    std::string_view path;
+    std::string_view bytes;
+};
 
-/// Replaces the contents of the file at `path` by `bytes`; missing directories are created.  False
-/// when any step fails.
-[[nodiscard]] bool write_file_atomic(std::string_view path, std::string_view bytes);
+/// Replaces files one after the other, with signals held from the first to the last; missing
+/// directories are created.  Returns how many were replaced: the first that fails ends it.
+[[nodiscard]] std::size_t write_files_atomic(std::initializer_list<FileReplacement> files);
+
+/// The same for one file; false when any step fails.
+[[nodiscard]] inline bool write_file_atomic(std::string_view path, std::string_view bytes) {
+    return write_files_atomic({{path, bytes}}) == 1;
+}
 
 }  // namespace quorvane

@@ -33,7 +33,7 @@ void prepare_process();
 /// SIGQUIT) while it exists.  One that arrives meanwhile has its usual effect when the outermost
 /// hold ends.  It is for steps that must not be left half done: nothing that waits for a person or
 /// for a peer runs under it, and no child is started under it.  One wait remains possible: a file
-/// system that stops responding between `await_file_system` and the end of the hold keeps the
+/// system that stops responding after it was asked (support/atomic_write.h) keeps the
 /// process until it responds or is unmounted.  Where the kernel refuses, the signals are not held.
 class SignalHold {
   public:

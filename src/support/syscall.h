@@ -81,6 +81,10 @@ inline constexpr Call<SYS_dup3, int, int, int> dup3;
 [[nodiscard]] inline long stat(const char* path, struct stat* status) {
     return detail::call(SYS_newfstatat, AT_FDCWD, path, status, 0);
 }
+/// Of a symbolic link itself.
+[[nodiscard]] inline long lstat(const char* path, struct stat* status) {
+    return detail::call(SYS_newfstatat, AT_FDCWD, path, status, AT_SYMLINK_NOFOLLOW);
+}
 #ifdef SYS_mkdir
 inline constexpr Call<SYS_mkdir, const char*, mode_t> mkdir;
 inline constexpr Call<SYS_rename, const char*, const char*> rename;

@@ -21,8 +21,10 @@ void check_address(const std::string& text) {
     const auto six = quorvane::parse_ipv6(text);
     if (text.size() > 99 || text.find('\0') != std::string::npos) return check(!four && !six);
     unsigned char bytes[16];
-    const std::string plain = std::regex_replace(text, std::regex("\\b0+(?=[0-9])"), "");
-    const bool wide = std::regex_search(text, std::regex("[0-9]{4}"));
+    static const std::regex kLeadingZeros("\\b0+(?=[0-9])");
+    static const std::regex kFourDigits("[0-9]{4}");
+    const std::string plain = std::regex_replace(text, kLeadingZeros, "");
+    const bool wide = std::regex_search(text, kFourDigits);
     check(four.has_value() == (!wide && inet_pton(AF_INET, plain.c_str(), bytes) == 1));
     if (four) check(std::memcmp(four->bytes.data(), bytes, 4) == 0);
     if (four) check(quorvane::format_ipv4(*four) == plain);

@@ -312,6 +312,8 @@ class Store(NamedTuple):
 STORES = (
     Store("in both", "both ca", alone=True, doctor="certs, 2 certificates by hash"),
     Store("only in the file", "file ca", doctor="the folder lacks 1 of its 2 certificates"),
+    Store("only in the folder", 'link ca "$(hash ca).0"',
+          doctor="the folder has 1 certificates more"),
     Store("only in the file, and one only in the folder",
           "file ca; echo >>twin.pem; link twin 00000000.0"),
     Store("file changed after the folder", "both ca; touch -d tomorrow cert.pem",
