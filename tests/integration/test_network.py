@@ -304,6 +304,7 @@ class Store(NamedTuple):
     name: str
     commands: str
     alone: bool = False
+    verdict: str = COMPLETE
     environment: dict[str, str] = {}
     doctor: str = ""
     """Some of what quorvane-doctor says of it."""
@@ -329,6 +330,13 @@ STORES = (
     Store("text only in the file", "both ca; sed -i /^text/d ca.pem other.pem", alone=True),
     Store("nothing but BEGIN", "yes -- '-----BEGIN X-----' | head -c 8000000 >>cert.pem; both ca"),
     Store("file too large", "both ca; yes | head -c 8388608 >>cert.pem"),
+    Store("link that leads nowhere", "file ca; link none 00000000.0; link none 00000000.1"),
+    Store("trusted certificate",
+          "openssl x509 -in ca.pem -addtrust serverAuth -out ca.pem; both ca", alone=True),
+    Store("stray BEGIN in the text", "sed -i 's/^text/-----BEGIN/' ca.pem; both ca", alone=True),
+    Store("file missing", 'link ca "$(hash ca).0"; rm cert.pem'),
+    Store("folder missing", "file ca; rm -r certs"),
+    Store("both missing", "rm -r cert.pem certs", verdict=stage("handshake")),
     Store("file empty", 'link ca "$(hash ca).0"; : >cert.pem'),
     *(Store(f"{name} is set", "both ca", environment={name: ""})
       for name in ("SSL_CERT_FILE", "SSL_CERT_DIR", "LD_LIBRARY_PATH")),
@@ -367,7 +375,7 @@ class Trust(Rows):
                     wanted = [f"{name}={uses.get(name, 'unset')}" for name in folder]
                     same("what OpenSSL is told", probe("trust", **row.environment)[0],
                          " ".join(("file=", *wanted)))
-                    same("verdict", tls(peer.port, **row.environment), COMPLETE)
+                    same("verdict", tls(peer.port, **row.environment), row.verdict)
                     if row.doctor:
                         self.assertIn(row.doctor, subprocess.run(
                             ["sh", ROOT / "packaging/quorvane-doctor", "--base-url="],
