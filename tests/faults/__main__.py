@@ -3,8 +3,8 @@
 # scripts/sweep crashes [--short] [PROGRAM]   a signal comes at each kernel call
 #
 # First each command runs with nothing broken, and its trace is judged (trace.py).  Exit status 0
-# means: no violation.  --short takes what lies between the creation of a temporary file and its
-# rename, with faults also the first call of each shape, and each 50th of the others (cases.py).
+# means: no violation.  --short takes what lies between the creation of a temporary file and the
+# last rename, with faults also the first call of each shape, and each 50th of the others (cases.py).
 
 import argparse
 import os

@@ -67,13 +67,11 @@ def shape(call: Call) -> str:
     return re.sub(r'"(\\.|[^"])*"|\b[0-9][0-9a-fx]*| = .*|\s', "", call.name + call.text)
 
 
-def with_window(calls: Sequence[Call]) -> Iterator[tuple[Call, bool]]:
-    """The calls, and whether they lie between the creation of a temporary file and its rename."""
-    inside = False
-    for call in calls:
-        inside = inside or call.target == "file"
-        yield call, inside
-        inside = inside and not call.name.startswith("rename")
+def with_window(calls: Sequence[Call]) -> list[tuple[Call, bool]]:
+    """The calls, and whether they are between a temporary file's creation and the last rename."""
+    writing = [turn for turn, call in enumerate(calls)
+               if call.target == "file" or call.name.startswith("rename")] or [len(calls)]
+    return [(call, writing[0] <= turn <= writing[-1]) for turn, call in enumerate(calls)]
 
 
 def faults(command: Command, tls: bool, calls: Sequence[Call], seen: set[str]) -> Iterator[Case]:

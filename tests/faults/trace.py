@@ -94,7 +94,7 @@ def judge_order(calls: Sequence[Call], bench: Bench) -> Iterator[str]:
             yield f"{call.name} {call.turn} is made while signals can end the program"
         if call.name == "openat":
             made, steps = paths[0], "exclusive " if "O_EXCL" in call.text else ""
-            if not answered.intersection(made.parents):
+            if made.parent not in answered:
                 yield f"nothing asks for {made} before the signals are held"
         steps += call.name + " "
         if call.name.startswith("rename"):

@@ -82,7 +82,7 @@ def try_probe(build: Path) -> Iterator[tuple[str, bool]]:
 
 if __name__ == "__main__":
     program = Path(sys.argv[1] if len(sys.argv) > 1 else ROOT / "build/release/quorvane").resolve()
-    results = [*read_program(program), *try_probe(program.parent)]
-    for defence, holds in results:
+    results = dict([*read_program(program), *try_probe(program.parent)])
+    for defence, holds in results.items():
         print(f"{'ok     ' if holds else 'MISSING'}  {defence}")
-    sys.exit(0 if all(holds for _, holds in results) else 1)
+    sys.exit(not all(results.values()))
