@@ -4,7 +4,7 @@
 #
 # First each command runs with nothing broken, and its trace is judged (trace.py).  Exit status 0
 # means: no violation.  --short takes what lies between the creation of a temporary file and the
-# last rename, with faults also the first call of each shape, and each 50th of the others (cases.py).
+# last rename, with faults also the first call of each shape, and each 50th of the other cases.
 
 import argparse
 import os
