@@ -100,11 +100,6 @@ std::string certified_name(std::string host) {
     return host;
 }
 
-bool set_server_name(ssl_st* session, std::string& name) {
-    return openssl.SSL_ctrl(session, SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name,
-                            name.data()) == 1;
-}
-
 std::nullopt_t tls_failed(std::string_view message) {
     last_error = message;
     return std::nullopt;
@@ -148,7 +143,10 @@ std::optional<TlsConnection> tls_connect(TlsSettings settings) {
     TlsSession session(openssl.SSL_new(context.get()));
     if (session == nullptr) return tls_failed("TLS failed at session_create");
     std::string name = certified_name(std::move(settings.host));
-    if (!set_server_name(session.get(), name)) return tls_failed("TLS failed at server_name");
+    if (openssl.SSL_ctrl(session.get(), SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name,
+                         name.data()) != 1) {
+        return tls_failed("TLS failed at server_name");
+    }
     if (openssl.SSL_set1_host(session.get(), name.c_str()) != 1) {
         return tls_failed("TLS failed at host_verification_setup");
     }

@@ -51,7 +51,6 @@ class JsonView {
 
     [[nodiscard]] bool present() const { return node_ != nullptr; }
     [[nodiscard]] JsonKind kind() const;  ///< The absent view reads as null.
-    [[nodiscard]] bool is_null() const { return kind() == JsonKind::kNull; }
     [[nodiscard]] bool is_object() const { return kind() == JsonKind::kObject; }
 
     [[nodiscard]] std::string_view text() const;  ///< Of a string; may hold zero bytes.

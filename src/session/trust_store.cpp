@@ -106,9 +106,8 @@ bool sizes_match(const std::vector<off_t>& sizes, std::string_view bundle) {
 bool directory_serves(const TrustPlace& place) {
     struct stat directory = {};
     struct stat file = {};
-    if (kernel::stat(place.directory, &directory) < 0 || kernel::stat(place.file, &file) < 0)
-        return false;
-    if (changed_after(file, directory)) return false;
+    if (kernel::stat(place.directory, &directory) < 0) return false;
+    if (kernel::stat(place.file, &file) < 0 || changed_after(file, directory)) return false;
     const std::vector<off_t> sizes = sizes_in_directory(place.directory, directory);
     if (sizes.empty()) return false;
     const ByteBuffer bundle = read_whole_file(place.file, kMaxBundleBytes);
@@ -147,10 +146,7 @@ const char* decide() {
 }  // namespace
 
 std::string choose_trust_store() {
-    // Without an initialiser that runs: the library's guard of one brings all of its exceptions
-    // into the program, 110 KB and 3 % of every start.
-    static const char* chosen = nullptr;
-    if (chosen == nullptr) chosen = decide();
+    static const char* const chosen = decide();
     return chosen;
 }
 

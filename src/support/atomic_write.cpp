@@ -74,7 +74,8 @@ bool replace(const FileReplacement& replacement) {
 std::size_t write_files_atomic(std::initializer_list<FileReplacement> files) {
     for (const FileReplacement& file : files) {
         struct stat ignored = {};
-        static_cast<void>(kernel::lstat(std::string(file.path).c_str(), &ignored));
+        const std::string path(file.path);
+        static_cast<void>(kernel::stat(path.c_str(), &ignored, AT_SYMLINK_NOFOLLOW));
     }
     const SignalHold hold;
     const auto* const failed = std::ranges::find_if_not(files, replace);

@@ -77,13 +77,9 @@ inline constexpr Call<SYS_close, int> close;
 }
 /// Makes `target` a second name of the open file `fd`; O_CLOEXEC is the only flag.
 inline constexpr Call<SYS_dup3, int, int, int> dup3;
-/// Follows symbolic links.
-[[nodiscard]] inline long stat(const char* path, struct stat* status) {
-    return detail::call(SYS_newfstatat, AT_FDCWD, path, status, 0);
-}
-/// Of a symbolic link itself.
-[[nodiscard]] inline long lstat(const char* path, struct stat* status) {
-    return detail::call(SYS_newfstatat, AT_FDCWD, path, status, AT_SYMLINK_NOFOLLOW);
+/// Follows symbolic links unless `flags` is AT_SYMLINK_NOFOLLOW.
+[[nodiscard]] inline long stat(const char* path, struct stat* status, int flags = 0) {
+    return detail::call(SYS_newfstatat, AT_FDCWD, path, status, flags);
 }
 #ifdef SYS_mkdir
 inline constexpr Call<SYS_mkdir, const char*, mode_t> mkdir;
