@@ -1,4 +1,4 @@
-"""What the suites share: homes, scripted peers, the private network, tracing, sign-ins."""
+"""What the suites share: homes, scripted peers, the private network, tracing."""
 # module      public names
 # `peers`     `Peer`, a listener that plays a script on each connection, plainly or over TLS; the
 #             steps of scripts; `answer`, a response as bytes; `NameServer`
