@@ -17,6 +17,7 @@ std::string parse(std::string_view line, const ProgramSpec& program) {
     std::vector<std::string> kept;
     for (const std::string_view word : split(line, ' ')) kept.emplace_back(word);
     std::vector<const char*> words;
+    words.reserve(kept.size());
     for (const std::string& word : kept) words.push_back(word.c_str());
     if (line.empty()) words.clear();
     const ParseResult got = parse_command_line(words, program);
