@@ -65,19 +65,20 @@ bool KeySet::insert(const JsonNode* key, const KeySeed& seed) {
     const std::string_view text = node_text(*key);
     const std::uint32_t hash = hash_key(text, seed);
     std::size_t at = hash & (slot_count_ - 1);
-    for (; slots_[at].key != 0; at = (at + 1) & (slot_count_ - 1)) {
-        if (slots_[at].hash == hash && node_text(object_[slots_[at].key]) == text) return false;
+    for (; slots_[at].key_offset != 0; at = (at + 1) & (slot_count_ - 1)) {
+        if (slots_[at].hash == hash && node_text(object_[slots_[at].key_offset]) == text)
+            return false;
     }
     slots_[at] = {hash, static_cast<std::uint32_t>(key - object_)};
     return true;
 }
 
 void KeySet::grow() {
-    std::vector<Slot> larger(slot_count_ * (more_slots_.empty() ? 2 : 4));
+    std::vector<Slot> larger(4 * slot_count_);
     for (const Slot& slot : std::span(slots_, slot_count_)) {
-        if (slot.key == 0) continue;
+        if (slot.key_offset == 0) continue;
         std::size_t at = slot.hash & (larger.size() - 1);
-        while (larger[at].key != 0) at = (at + 1) & (larger.size() - 1);
+        while (larger[at].key_offset != 0) at = (at + 1) & (larger.size() - 1);
         larger[at] = slot;
     }
     more_slots_.swap(larger);

@@ -33,7 +33,7 @@ class KeySet {
   private:
     struct Slot {
         std::uint32_t hash;
-        std::uint32_t key;  // Nodes after the object's own; 0 is an empty slot.
+        std::uint32_t key_offset;  // Nodes after the object's own; 0 is an empty slot.
     };
 
     bool insert(const JsonNode* key, const KeySeed& seed);

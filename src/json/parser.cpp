@@ -252,8 +252,9 @@ inline Cursor parse_value(Parser& parser, Cursor cursor, std::int64_t depth) {
         case 'f': return parse_word(parser, cursor, "false", boolean_node(false));
         case 'n': return parse_word(parser, cursor, "null", {});
         default:
-            if (is_digit(first) || first == '-' || first == '+')
+            if (is_digit(first) || first == '-' || first == '+') {
                 return parse_number(parser, cursor);
+            }
             return refuse_or_end(parser, cursor.at, kBadToken, kNoValue);
     }
 }

@@ -8,13 +8,13 @@
 #include <set>
 #include <string_view>
 #include <tuple>
-#include <utility>
 #include <vector>
 
 #include "support/fd.h"
 #include "support/files.h"
 #include "support/process.h"
 #include "support/syscall.h"
+#include "support/text.h"
 
 namespace quorvane {
 namespace {
@@ -35,10 +35,10 @@ bool changed_after(const struct stat& one, const struct stat& other) {
            std::tie(other.st_mtim.tv_sec, other.st_mtim.tv_nsec);
 }
 
-// Whether it is the hash of a subject, a dot, and which of the certificates with that hash it is.
-// OpenSSL counts on after 9, but a name that is left out here is only a reason for doubt.
+// Eight digits of the subject's hash, a dot, and a digit that counts the certificates with that
+// hash.  Names with more digits are ignored; the file is then read.
 bool is_hashed_name(std::string_view name) {
-    return name.size() == 10 && name[8] == '.' && name[9] >= '0' && name[9] <= '9' &&
+    return name.size() == 10 && name[8] == '.' && is_digit(name[9]) &&
            name.find_first_not_of("0123456789abcdef") == 8;
 }
 
@@ -90,7 +90,7 @@ bool sizes_match(const std::vector<off_t>& sizes, std::string_view bundle) {
     std::size_t end = 0;
     for (std::size_t begin = bundle.find(kBegin); begin != std::string_view::npos;
          begin = bundle.find(kBegin, begin + 1)) {
-        // One within another is in doubt; to go on would make this loop quadratic.
+        // Overlapping blocks are not judged; searching on would be quadratic.
         if (begin < end) return false;
         const std::size_t start = end;
         const std::size_t last_line = bundle.find("-----END ", begin);
@@ -115,7 +115,7 @@ bool directory_serves(const TrustPlace& place) {
     return static_cast<off_t>(bundle.size()) == file.st_size && sizes_match(sizes, bundle.view());
 }
 
-// False: OpenSSL has to be given the file.
+// False when OpenSSL must read the file.
 bool use_directory_alone(const TrustPlace& place) {
     return directory_serves(place) && ::setenv("SSL_CERT_DIR", place.directory, 1) == 0 &&
            ::setenv("SSL_CERT_FILE", "", 1) == 0;

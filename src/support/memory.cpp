@@ -28,8 +28,8 @@ void* allocate_aligned(std::size_t size, std::size_t alignment) noexcept {
     }
     if (size > kMemoryCeilingBytes - bytes_in_use) fatal_memory_limit();
     void* block = nullptr;
-    if (posix_memalign(&block, alignment, std::max<std::size_t>(size, 1)) != 0)
-        fatal_memory_limit();
+    const int error = posix_memalign(&block, alignment, std::max<std::size_t>(size, 1));
+    if (error != 0) fatal_memory_limit();
     // Advice only: a kernel without huge pages returns an error that changes nothing.
     if (huge) static_cast<void>(kernel::madvise(block, size, MADV_HUGEPAGE));
     // The allocator may hand out more than was asked for; what it handed out is what counts.

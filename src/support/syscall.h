@@ -69,7 +69,7 @@ template <typename Operation> int foreign_call(const Operation& operation) {
 inline constexpr Call<SYS_read, int, void*, std::size_t> read;
 inline constexpr Call<SYS_write, int, const void*, std::size_t> write;
 inline constexpr Call<SYS_fsync, int> fsync;
-/// Records as getdents(2) describes them, which on 64-bit systems `dirent` is; 0 at the end.
+/// Fills in records of getdents(2), laid out as `dirent` on 64-bit systems; 0 at the end.
 inline constexpr Call<SYS_getdents64, int, void*, std::size_t> getdents64;
 inline constexpr Call<SYS_close, int> close;
 [[nodiscard]] inline long fcntl(int fd, int command, long argument = 0) {
