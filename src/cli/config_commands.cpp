@@ -28,11 +28,11 @@ std::string metadata_path(std::string_view config_path) {
 using SyncMetadata = JsonValue;
 
 // Compact, without a line feed.  An absent `revision` is null.
-ByteBuffer sync_metadata_text(std::string_view project_id, std::string_view base_url,
+ByteBuffer sync_metadata_text(std::string_view project_id, std::string_view origin_text,
                               JsonView revision) {
     return write_json(json_object(
         {"projectId", "baseUrl", "revision"},
-        json_values(json_string(project_id), json_string(base_url), json_borrow(revision))));
+        json_values(json_string(project_id), json_string(origin_text), json_borrow(revision))));
 }
 
 // Indented, for people and their diffs, with one line feed at its end.

@@ -66,8 +66,8 @@ DnsAnswer receive_response(int fd, const SocketAddress& server, const DnsQuestio
 
 DnsAnswer ask_name_server(DnsQuestion question) {
     const std::optional<Ipv4Address> address = parse_ipv4(question.name_server);
-    const bool in_range = question.timeout_ms >= 0 && question.timeout_ms <= kMaxReadyWaitMs;
-    if (!address || !in_range) return {.error = -EINVAL};
+    const bool timeout_fits = question.timeout_ms >= 0 && question.timeout_ms <= kMaxReadyWaitMs;
+    if (!address || !timeout_fits) return {.error = -EINVAL};
     // Built first, because for a bad name nothing is drawn or sent.
     std::optional<std::string> query = build_dns_query(question.host, 0, question.type);
     if (!query) return {.error = -EINVAL};

@@ -28,8 +28,8 @@ using ResolveResult = DnsAnswer;
 /// literal or the time limit out of range; with -EIO when the kernel gives no random identifier;
 /// with the error of the socket call that failed, for instance -ECONNREFUSED when nothing listens
 /// at the server's address; and with -EBADMSG when the response is unusable.  Datagrams from any
-/// other address or port than the server's are dropped and the wait continues; all of 127.0.0.0/8
-/// counts as one address.
+/// other address or port than the server's are dropped and the wait continues; all of 127.0.0.0/8,
+/// and 0.0.0.0, count as one address.
 [[nodiscard]] ResolveResult resolve_host(std::string_view host,
                                          std::int64_t timeout_ms = kDefaultDnsTimeoutMs,
                                          std::string_view name_server = {});

@@ -9,8 +9,8 @@
 namespace quorvane {
 
 ChunkStep ChunkScanner::take_chunk(std::string_view data) {
-    const std::size_t arrived = data.size() - position;
-    if (arrived < 2 || arrived - 2 < chunk_bytes) return ChunkStep::kMore;
+    const std::size_t arrived_bytes = data.size() - position;
+    if (arrived_bytes < 2 || arrived_bytes - 2 < chunk_bytes) return ChunkStep::kMore;
     if (data.substr(position + chunk_bytes, 2) != "\r\n") {
         state_ = State::kError;
         return ChunkStep::kError;
@@ -50,13 +50,14 @@ ChunkedDecode decode_chunked(ByteBuffer data, std::int64_t max_body_bytes) {
     ChunkedDecode decode;
     ChunkScanner scanner(max_body_bytes);
     // Decoded bytes lie before their place in the input, which the scanner never reads again.
-    std::size_t decoded = 0;
+    std::size_t decoded_bytes = 0;
     ChunkStep step = scanner.next(data.view());
     for (; step == ChunkStep::kChunk; step = scanner.next(data.view())) {
-        std::memmove(data.data() + decoded, data.data() + scanner.chunk_begin, scanner.chunk_bytes);
-        decoded += scanner.chunk_bytes;
+        std::memmove(data.data() + decoded_bytes, data.data() + scanner.chunk_begin,
+                     scanner.chunk_bytes);
+        decoded_bytes += scanner.chunk_bytes;
     }
-    data.truncate(decoded);
+    data.truncate(decoded_bytes);
     decode.body = std::move(data);
     decode.complete = step == ChunkStep::kEnd;
     decode.error = step == ChunkStep::kError;

@@ -8,8 +8,8 @@ namespace quorvane {
 
 struct ExchangeResult {
     HttpResponse response;  ///< Empty (status 0) when nothing usable arrived.
-    bool ok = false;        ///< The transport's flag.
-    bool complete = false;  ///< The reader's flag: all of the body arrived.
+    bool ok = false;        ///< That of the transport.
+    bool complete = false;  ///< That of the reader: all of the body arrived.
 };
 
 [[nodiscard]] ExchangeResult exchange(const HttpTarget& target, const HttpRequest& request,

@@ -9,9 +9,9 @@
 
 /// HTTP/1.1 messages (RFC 9112) as records and as bytes.
 ///
-/// Writing cannot fail and checks nothing: names, values, paths and queries go out byte for byte,
-/// so callers pass only texts that they built themselves.  Header names are compared without regard
-/// to ASCII case.
+/// Writing cannot fail and checks nothing: names, values, paths and queries go out byte for byte.
+/// They are texts of the program's own, and the token as the credential file has it.  Header names
+/// are compared without regard to ASCII case.
 namespace quorvane {
 
 struct HttpHeader {

@@ -51,7 +51,7 @@ struct TlsConnection {
 /// is a literal.  The host "localhost" is the address ::1 and no other.
 ///
 /// Every single wait for the peer is bounded by `timeout_ms`, in the handshake and afterwards;
-/// connecting takes at most kMaxSocketWaitMs of it.
+/// each query and each connection attempt also by kMaxSocketWaitMs.
 /// Returns nothing when a step fails; `last_tls_error` is then "TLS failed at " and the step:
 ///
 /// - "configuration": a setting is out of its range, or OpenSSL cannot be loaded

@@ -15,19 +15,20 @@ namespace {
 // open in spite of that: with `ends_when_complete` a complete response of up to
 // kDefaultMaxBodyBytes ends the reading, too.
 //
-// `read(into, most)` is called while less than
-// `max_bytes` have arrived; it appends at most `most` bytes to `into` and returns a ReceiveResult.
-template <typename Read>
+// `receive(into, max_bytes)` is called while less than
+// `max_bytes` have arrived; it appends at most `max_bytes` bytes to `into` and returns a
+// ReceiveResult.
+template <typename Receive>
 TransportResult receive_response(std::int64_t max_bytes, bool ends_when_complete,
-                                 const Read& read) {
+                                 const Receive& receive) {
     constexpr std::int64_t kMaxReadBytes = 65'536;
     TransportResult result;
     result.ok = true;
     ResponseFraming framing(max_bytes);
     for (;;) {
-        const std::int64_t allowed = max_bytes - std::ssize(result.bytes.view());
-        if (allowed <= 0) return result;
-        const ReceiveResult got = read(result.bytes, std::min(allowed, kMaxReadBytes));
+        const std::int64_t allowed_bytes = max_bytes - std::ssize(result.bytes.view());
+        if (allowed_bytes <= 0) return result;
+        const ReceiveResult got = receive(result.bytes, std::min(allowed_bytes, kMaxReadBytes));
         if (got.end_of_stream) return result;
         if (got.timed_out || got.error != 0) {
             const bool usable = got.timed_out ? framing.complete : framing.head_bytes.has_value();
@@ -35,8 +36,8 @@ TransportResult receive_response(std::int64_t max_bytes, bool ends_when_complete
         }
         framing.advance(result.bytes.view());
         // Space for all that was announced, and for the read that meets the end.
-        if (const std::size_t missing = framing.missing_bytes) {
-            static_cast<void>(result.bytes.spare(missing + std::size_t{kMaxReadBytes}));
+        if (const std::size_t missing_bytes = framing.missing_bytes) {
+            static_cast<void>(result.bytes.spare(missing_bytes + std::size_t{kMaxReadBytes}));
         }
         const bool may_end = ends_when_complete && framing.complete;
         if (may_end && framing.body_bytes <= kDefaultMaxBodyBytes) return result;
@@ -51,8 +52,8 @@ TransportResult PlainTransport::round_trip(const HttpTarget& target, std::string
     const int fd = connection.fd.get();
     if (send_all(fd, request, target.timeout_ms) < 0) return {};
     return receive_response(target.max_response_bytes, false,
-                            [fd, &target](ByteBuffer& into, std::int64_t most) {
-                                return receive_some(fd, into, most, target.timeout_ms);
+                            [fd, &target](ByteBuffer& into, std::int64_t max_bytes) {
+                                return receive_some(fd, into, max_bytes, target.timeout_ms);
                             });
 }
 
@@ -65,8 +66,8 @@ TransportResult TlsTransport::round_trip(const HttpTarget& target, std::string_v
     if (!connection) return result;
     if (tls_write(*connection, request)) {
         result = receive_response(target.max_response_bytes, true,
-                                  [&connection](ByteBuffer& into, std::int64_t most) {
-                                      return tls_read(*connection, into, most);
+                                  [&connection](ByteBuffer& into, std::int64_t max_bytes) {
+                                      return tls_read(*connection, into, max_bytes);
                                   });
     }
     tls_close(std::move(*connection));

@@ -11,7 +11,7 @@
 /// The two ways in which the bytes of an exchange travel.
 namespace quorvane {
 
-/// Where a request is sent, and how much and how long the other side may take.
+/// Where a request is sent, and how much and how long the peer may take.
 struct HttpTarget {
     std::string host_header;  ///< The value of the Host header.
     std::string host;         ///< The name or address literal to connect to.

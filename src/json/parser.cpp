@@ -99,6 +99,7 @@ inline const char* skip_whitespace(const char* at) {
 
 // Strings.
 
+// By letter; 0 where there is no such escape, for none decodes to 0.
 constexpr std::array<char, 128> make_simple_escapes() {
     std::array<char, 128> table{};
     constexpr std::string_view kPairs = "\"\"\\\\//b\bf\fn\nr\rt\t";
@@ -111,20 +112,19 @@ constexpr std::array<char, 128> make_simple_escapes() {
 constexpr std::array<char, 128> kSimpleEscapes = make_simple_escapes();
 
 struct CodeUnit {
-    std::uint32_t value = 0;
-    const char* end = nullptr;  // After the fourth digit, or the byte that is none.
     bool ok = false;
+    const char* end = nullptr;  // After the fourth digit, or the byte that is none.
+    std::uint32_t value = 0;
 };
 
-CodeUnit read_code_unit(const char* digits) {
-    CodeUnit unit{0, digits, false};
-    for (; unit.end != digits + 4; ++unit.end) {
-        const std::optional<std::int32_t> digit = hex_digit(*unit.end);
-        if (!digit) return unit;
-        unit.value = unit.value << 4 | static_cast<std::uint32_t>(*digit);
+CodeUnit read_code_unit(const char* at) {
+    std::uint32_t value = 0;
+    for (const char* const end = at + 4; at != end; ++at) {
+        const std::optional<std::int32_t> digit = hex_digit(*at);
+        if (!digit) return {.end = at};
+        value = value << 4 | static_cast<std::uint32_t>(*digit);
     }
-    unit.ok = true;
-    return unit;
+    return {.ok = true, .end = at, .value = value};
 }
 
 bool is_high_surrogate(std::uint32_t unit) { return unit >= 0xD800 && unit < 0xDC00; }
@@ -160,9 +160,9 @@ const char* decode_escape(Parser& parser, const char* escape) {
     return escape + 2;
 }
 
-// `at` is after a run of bytes that are text, of which `excess` are too many.
-Cursor refuse_too_long(Parser& parser, const char* at, std::ptrdiff_t excess) {
-    at -= excess;
+// `at` is after a run of bytes that are text, of which `excess_bytes` are too many.
+Cursor refuse_too_long(Parser& parser, const char* at, std::ptrdiff_t excess_bytes) {
+    at -= excess_bytes;
     while ((static_cast<unsigned char>(*at) & 0xC0) == 0x80) --at;  // To the character's start.
     return refuse(parser, at, kStringTooLong);
 }
@@ -180,8 +180,8 @@ Cursor decode_string(Parser& parser, Cursor cursor) {
             std::memcpy(parser.texts, stop, scan::kWidth);
             run = scan::text_run(stop);
         }
-        const std::ptrdiff_t excess = parser.texts - text - parser.limits.max_string_bytes;
-        if (excess > 0) return refuse_too_long(parser, stop, excess);
+        const std::ptrdiff_t excess_bytes = parser.texts - text - parser.limits.max_string_bytes;
+        if (excess_bytes > 0) return refuse_too_long(parser, stop, excess_bytes);
         cursor.at = stop + 1;
         if (*stop == '"') break;
         if (*stop != '\\') return refuse_or_end(parser, stop, kControlByte, kOpenString);
@@ -312,12 +312,12 @@ Cursor parse_container(Parser& parser, Cursor cursor, std::int64_t depth) {
 
 // The complete input.
 
-bool within(std::int64_t value, std::int64_t maximum) { return value >= 1 && value <= maximum; }
+bool in_range(std::int64_t value, std::int64_t most) { return value >= 1 && value <= most; }
 
 bool are_valid(const JsonLimits& limits) {
-    return within(limits.max_input_bytes, 16'777'216) && within(limits.max_depth, 256) &&
-           within(limits.max_nodes, 1'000'000) && within(limits.max_string_bytes, 16'777'216) &&
-           within(limits.max_object_members, 100'000);
+    return in_range(limits.max_input_bytes, 16'777'216) && in_range(limits.max_depth, 256) &&
+           in_range(limits.max_nodes, 1'000'000) && in_range(limits.max_string_bytes, 16'777'216) &&
+           in_range(limits.max_object_members, 100'000);
 }
 
 JsonParseResult refused(std::string_view input, std::size_t offset, const ErrorText& error) {

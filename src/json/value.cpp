@@ -191,7 +191,7 @@ JsonView json_member(JsonView object, std::string_view key) {
 }
 
 bool json_has_member(JsonView object, std::string_view key) {
-    return json_member(object, key).present();
+    return JsonAccess::node(json_member(object, key)) != nullptr;
 }
 
 std::string_view json_get_string(JsonView object, std::string_view key) {

@@ -49,7 +49,6 @@ class JsonView {
   public:
     JsonView() = default;
 
-    [[nodiscard]] bool present() const { return node_ != nullptr; }
     [[nodiscard]] JsonKind kind() const;  ///< The absent view reads as null.
     [[nodiscard]] bool is_object() const { return kind() == JsonKind::kObject; }
 

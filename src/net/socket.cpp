@@ -19,9 +19,9 @@ bool in_range(std::int64_t value, std::int64_t least, std::int64_t most) {
     return value >= least && value <= most;
 }
 
-long set_flag(int fd, int level, int name) {
+long switch_on(int fd, int level, int option) {
     const int on = 1;
-    return kernel::setsockopt(fd, level, name, &on, sizeof on);
+    return kernel::setsockopt(fd, level, option, &on, sizeof on);
 }
 
 // "Writable" also means "refused": SO_ERROR tells which (connect(2), EINPROGRESS).
@@ -56,7 +56,7 @@ ConnectResult connect_address(const std::optional<Address>& address, std::int32_
     // Without this the last piece of a large request waits 40 ms for the peer's delayed
     // acknowledgement (RFC 896 against RFC 1122 4.2.3.2); where it is refused, nothing else
     // changes.
-    static_cast<void>(set_flag(fd.get(), IPPROTO_TCP, TCP_NODELAY));
+    static_cast<void>(switch_on(fd.get(), IPPROTO_TCP, TCP_NODELAY));
     return {.ok = true, .fd = std::move(fd)};
 }
 
@@ -80,8 +80,8 @@ ConnectResult open_listener(std::string_view address, std::int32_t port, std::in
     if (opened < 0) return {.error = opened};
     FdHandle fd(opened);
     const SocketAddress local = make_socket_address(*parsed, port);
-    long status = set_flag(fd.get(), SOL_SOCKET, SO_REUSEADDR);
-    if (status >= 0 && reuse_port) status = set_flag(fd.get(), SOL_SOCKET, SO_REUSEPORT);
+    long status = switch_on(fd.get(), SOL_SOCKET, SO_REUSEADDR);
+    if (status >= 0 && reuse_port) status = switch_on(fd.get(), SOL_SOCKET, SO_REUSEPORT);
     if (status >= 0) status = kernel::bind(fd.get(), &local, local.size);
     if (status >= 0) status = kernel::listen(fd.get(), backlog);
     if (status < 0) return {.error = status};

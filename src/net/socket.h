@@ -53,8 +53,8 @@ struct ConnectResult {
 /// The port that an IPv4 socket is bound to, or nothing when the kernel does not tell.
 [[nodiscard]] std::optional<std::int32_t> listener_port(int fd);
 
-/// Takes one waiting connection, if there is one; it is in blocking mode whichever mode the
-/// listener is in.
+/// Takes one waiting connection, which is in blocking mode whichever mode the listener is in.  A
+/// listener in blocking mode waits for one without limit; another gives nothing if there is none.
 [[nodiscard]] std::optional<FdHandle> accept_connection(int fd);
 
 /// Adds O_NONBLOCK to the descriptor's flags.

@@ -7,7 +7,7 @@
 
 namespace quorvane {
 
-/// The full path of the command `name`: the name itself when it holds a slash, else the first
+/// The path of the command `name`: the name itself when it holds a slash, else the first
 /// executable of that name in the directories of PATH ("/usr/local/bin:/usr/bin:/bin" when PATH is
 /// absent).  An empty component of PATH is skipped, so the working directory is never searched.
 [[nodiscard]] std::optional<std::string> find_executable(std::string_view name);

@@ -23,17 +23,17 @@ std::string base64url(std::span<const std::uint8_t> bytes) {
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
     std::string text;
     text.reserve((bytes.size() * 4 + 2) / 3);
-    std::uint32_t bits = 0;  // The lowest `pending` bits have not been written yet.
-    unsigned pending = 0;
+    std::uint32_t bits = 0;  // The lowest `pending_bits` bits have not been written yet.
+    unsigned pending_bits = 0;
     for (const std::uint8_t byte : bytes) {
         bits = bits << 8 | byte;
-        pending += 8;
-        while (pending >= 6) {
-            pending -= 6;
-            text.push_back(kAlphabet[(bits >> pending) & 0x3F]);
+        pending_bits += 8;
+        while (pending_bits >= 6) {
+            pending_bits -= 6;
+            text.push_back(kAlphabet[(bits >> pending_bits) & 0x3F]);
         }
     }
-    if (pending > 0) text.push_back(kAlphabet[(bits << (6 - pending)) & 0x3F]);
+    if (pending_bits > 0) text.push_back(kAlphabet[(bits << (6 - pending_bits)) & 0x3F]);
     return text;
 }
 

@@ -72,10 +72,10 @@ ByteBuffer read_request_head(int fd) {
     const std::int64_t deadline_ms = monotonic_ms() + kConnectionTimeoutMs;
     ByteBuffer head;
     while (head.size() < kMaxHeadBytes && monotonic_ms() < deadline_ms) {
-        const std::size_t seen = head.size();
-        const auto allowed = static_cast<std::int64_t>(kMaxHeadBytes - seen);
-        if (receive_some(fd, head, allowed, kWaitTimeoutMs).received_bytes == 0) break;
-        if (head_size(head.view(), seen)) break;
+        const std::size_t seen_bytes = head.size();
+        const auto allowed_bytes = static_cast<std::int64_t>(kMaxHeadBytes - seen_bytes);
+        if (receive_some(fd, head, allowed_bytes, kWaitTimeoutMs).received_bytes == 0) break;
+        if (head_size(head.view(), seen_bytes)) break;
     }
     return head;
 }

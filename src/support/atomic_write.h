@@ -44,7 +44,8 @@ struct FileReplacement {
 };
 
 /// Replaces files one after the other, with signals held from the first to the last; missing
-/// directories are created.  Returns how many were replaced: the first that fails ends it.
+/// directories are created.  Returns how many were replaced: fewer than `files` has is the failure,
+/// and the next one is the file that failed.
 [[nodiscard]] std::size_t write_files_atomic(std::initializer_list<FileReplacement> files);
 
 /// The same for one file; false when any step fails.

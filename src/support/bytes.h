@@ -42,18 +42,18 @@ class ByteBuffer {
     /// The bytes themselves, for code that rewrites them in place; null when nothing was ever held.
     [[nodiscard]] char* data() { return block_.bytes + block_.begin; }
 
-    /// At least `size` uninitialised bytes after the last one.  Those that were filled become part
-    /// of the buffer through `commit`.
-    [[nodiscard]] char* spare(std::size_t size) {
-        if (size > spare_size()) grow(size);
+    /// At least `added_bytes` uninitialised bytes after the last one.  Those that were filled
+    /// become part of the buffer through `commit`.
+    [[nodiscard]] char* spare(std::size_t added_bytes) {
+        if (added_bytes > spare_size()) grow(added_bytes);
         return block_.bytes + block_.end;
     }
 
     /// The number of bytes that `spare` can hand out without growing.
     [[nodiscard]] std::size_t spare_size() const { return block_.capacity - block_.end; }
 
-    /// Takes in the first `size` bytes that the last `spare` handed out.
-    void commit(std::size_t size) { block_.end += size; }
+    /// Takes in the first `added_bytes` bytes that the last `spare` handed out.
+    void commit(std::size_t added_bytes) { block_.end += added_bytes; }
 
     void append(std::string_view bytes) {
         if (bytes.empty()) return;

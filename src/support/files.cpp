@@ -42,14 +42,14 @@ ByteBuffer read_whole_file(std::string_view path, std::int64_t max_bytes) {
     if (!fd.valid()) return bytes;
 
     const auto size = static_cast<std::size_t>(status.size);
-    char* const spare = bytes.spare(size + 1);  // Never null, not even for an empty file.
-    std::size_t filled = 0;
-    while (filled < size) {
-        const long got = kernel::read(fd.get(), spare + filled, size - filled);
+    char* const spare = bytes.spare(size);
+    std::size_t filled_bytes = 0;
+    while (filled_bytes < size) {
+        const long got = kernel::read(fd.get(), spare + filled_bytes, size - filled_bytes);
         if (got <= 0) break;
-        filled += static_cast<std::size_t>(got);
+        filled_bytes += static_cast<std::size_t>(got);
     }
-    bytes.commit(filled);
+    bytes.commit(filled_bytes);
     return bytes;
 }
 

@@ -18,7 +18,7 @@ struct FileStatus {
     std::string path;                 ///< The path that was queried.
     FileKind kind = FileKind::kNone;  ///< kNone when the path cannot be queried.
     std::int64_t size = -1;           ///< Bytes; -1 when the query failed.
-    std::int64_t modified_ns = 0;     ///< Time of the last change of the contents.
+    std::int64_t modified_ns = 0;     ///< Last change of the contents, since 1970; 0 if unknown.
 };
 
 /// Follows symbolic links.
