@@ -23,8 +23,8 @@ std::string metadata_path(std::string_view config_path) {
     return std::string(config_path) + ".sync.json";
 }
 
-// The project, the origin's text, exactly as typed, and the revision that the
-// service sent, whatever its type.
+// The project, the origin's text, exactly as typed, and the revision that the service sent,
+// whatever its type.
 using SyncMetadata = JsonValue;
 
 // Compact, without a line feed.  An absent `revision` is null.

@@ -15,9 +15,8 @@ namespace {
 // open in spite of that: with `ends_when_complete` a complete response of up to
 // kDefaultMaxBodyBytes ends the reading, too.
 //
-// `receive(into, max_bytes)` is called while less than
-// `max_bytes` have arrived; it appends at most `max_bytes` bytes to `into` and returns a
-// ReceiveResult.
+// `receive(into, most_bytes)` is called while less than `max_bytes` have arrived; it appends at
+// most `most_bytes` to `into` and returns a ReceiveResult.
 template <typename Receive>
 TransportResult receive_response(std::int64_t max_bytes, bool ends_when_complete,
                                  const Receive& receive) {
@@ -52,8 +51,8 @@ TransportResult PlainTransport::round_trip(const HttpTarget& target, std::string
     const int fd = connection.fd.get();
     if (send_all(fd, request, target.timeout_ms) < 0) return {};
     return receive_response(target.max_response_bytes, false,
-                            [fd, &target](ByteBuffer& into, std::int64_t max_bytes) {
-                                return receive_some(fd, into, max_bytes, target.timeout_ms);
+                            [fd, &target](ByteBuffer& into, std::int64_t most_bytes) {
+                                return receive_some(fd, into, most_bytes, target.timeout_ms);
                             });
 }
 
@@ -66,8 +65,8 @@ TransportResult TlsTransport::round_trip(const HttpTarget& target, std::string_v
     if (!connection) return result;
     if (tls_write(*connection, request)) {
         result = receive_response(target.max_response_bytes, true,
-                                  [&connection](ByteBuffer& into, std::int64_t max_bytes) {
-                                      return tls_read(*connection, into, max_bytes);
+                                  [&connection](ByteBuffer& into, std::int64_t most_bytes) {
+                                      return tls_read(*connection, into, most_bytes);
                                   });
     }
     tls_close(std::move(*connection));
