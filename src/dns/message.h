@@ -24,8 +24,8 @@ inline constexpr std::uint16_t kDnsTypeAaaa = 28;
 
 /// The result of one query.
 struct DnsAnswer {
-    std::vector<std::string> addresses = {};  ///< Texts, in the order of the answer section.
     bool ok = false;                          ///< A valid response; it may hold no address.
+    std::vector<std::string> addresses = {};  ///< Texts, in the order of the answer section.
     bool timed_out = false;                   ///< No response came in time.
     long error = 0;                           ///< A negated errno value; 0 when there is none.
 };

@@ -12,7 +12,7 @@ ExchangeResult exchange(const HttpTarget& target, const HttpRequest& request,
     TransportResult received = transport.round_trip(target, bytes.view());
     if (!received.ok) return {};
     ResponseParse parse = parse_response(std::move(received.bytes), target.max_response_bytes);
-    return {.response = std::move(parse.response), .ok = true, .complete = parse.complete};
+    return {.ok = true, .response = std::move(parse.response), .complete = parse.complete};
 }
 
 }  // namespace quorvane

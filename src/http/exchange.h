@@ -7,8 +7,8 @@
 namespace quorvane {
 
 struct ExchangeResult {
-    HttpResponse response;  ///< Empty (status 0) when nothing usable arrived.
     bool ok = false;        ///< That of the transport.
+    HttpResponse response;  ///< Empty (status 0) when nothing usable arrived.
     bool complete = false;  ///< That of the reader: all of the body arrived.
 };
 

@@ -17,8 +17,8 @@ namespace quorvane {
 
 /// The result of `parse_response`.
 struct ResponseParse {
-    HttpResponse response;  ///< Empty (status 0) unless `ok`.
     bool ok = false;        ///< The status line gave a status from 100 to 999.
+    HttpResponse response;  ///< Empty (status 0) unless `ok`.
     bool complete = false;  ///< The head and all of the body, as the headers frame it, were there.
 };
 

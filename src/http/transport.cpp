@@ -21,8 +21,7 @@ template <typename Receive>
 TransportResult receive_response(std::int64_t max_bytes, bool ends_when_complete,
                                  const Receive& receive) {
     constexpr std::int64_t kMaxReadBytes = 65'536;
-    TransportResult result;
-    result.ok = true;
+    TransportResult result = {.ok = true};
     ResponseFraming framing(max_bytes);
     for (;;) {
         const std::int64_t allowed_bytes = max_bytes - std::ssize(result.bytes.view());

@@ -20,10 +20,10 @@ struct HttpTarget {
 };
 
 struct TransportResult {
-    ByteBuffer bytes;  ///< All that was received, at most the maximum.
     /// The connection was made, the request was sent in full, and reading did not end too early:
     /// at a time limit before the response was complete, or at an error before its head was.
     bool ok = false;
+    ByteBuffer bytes = {};  ///< All that was received, at most the maximum.
 };
 
 /// The port and everything else that is fixed for an origin belong to the transport.
