@@ -4,6 +4,7 @@
 
 #include "cli/help.h"
 #include "main/command_tree.h"
+#include "rows.h"
 #include "support/text.h"
 
 namespace quorvane {
@@ -53,7 +54,7 @@ TEST(ParseCommandLine, AnswersOnTheProgramsTree) {
          "config pull base=U* project=1* file=quorvane.config.json "},
         {"config import -p a --project --help -f=x=y --base-url=",
          "config push base=* project=--help* file=x=y* "}};
-    for (const auto& [line, expected] : cases) EXPECT_EQ(parse(line, kProgram), expected);
+    expect_rows(cases, [](std::string_view line) { return parse(line, kProgram); });
 }
 
 // What the program's own tree does not use, on a tree made for it.
@@ -84,7 +85,7 @@ TEST(ParseCommandLine, ServesOtherTrees) {
         {"paint -c=green a", "error invalid value for -c: green"},
         {"paint", "error invalid arguments\n" + help},
         {"--version 3 paint -c blue a b -- -c", "paint version=3* colour=blue* a b -c "}};
-    for (const auto& [line, expected] : cases) EXPECT_EQ(parse(line, program), expected);
+    expect_rows(cases, [&](std::string_view line) { return parse(line, program); });
 }
 
 }  // namespace

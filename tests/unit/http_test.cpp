@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "rows.h"
+
 namespace quorvane {
 namespace {
 
@@ -30,13 +32,12 @@ TEST(ParseResponse, JudgesStatusHeadersAndFraming) {
          "200|=v;A b=c d ;\tX=1:2;||"},
         {"H 200 x\r\nContent-Length: 0\r\nB: c", "200|Content-Length=0;||"},
         {"HTTP/1.1 200 ", "200|||"}};
-    for (const auto& [data, shown] : cases) {
+    expect_rows(cases, [](std::string_view data) {
         const ResponseParse got = parse_response(ByteBuffer::copy_of(data), 2);
         const HttpResponse& response = got.response;
-        EXPECT_EQ(std::to_string(response.status) + "|" + show(response.headers) + "|" +
-                      std::string(response.body.view()) + (got.complete ? "|whole" : "|"),
-                  shown);
-    }
+        return std::to_string(response.status) + "|" + show(response.headers) + "|" +
+               std::string(response.body.view()) + (got.complete ? "|whole" : "|");
+    });
     for (const std::string line :
          {"H 200\r\nA: b c", " 200 OK", "H  200 OK", "H 099 OK", "H 1000 OK"}) {
         EXPECT_FALSE(parse_response(ByteBuffer::copy_of(line + "\r\n\r\n")).ok) << line;
@@ -47,35 +48,31 @@ TEST(ParseRequest, SplitsTheRequestLine) {
     const std::pair<std::string_view, const char*> cases[] = {
         {"GET /a?b=c?d HTTP/1.1\r\nHost:  h\r\nno\r\n\r\nbody", "GET|/a|b=c?d|Host=h;|body"},
         {"POST  /x HTTP/1.1\r\n\r\n", "POST||||"}};
-    for (const auto& [data, shown] : cases) {
+    expect_rows(cases, [](std::string_view data) {
         const HttpRequest got = parse_request(data);
-        EXPECT_EQ(got.method + "|" + got.path + "|" + got.query + "|" + show(got.headers) + "|" +
-                      std::string(got.body.view()),
-                  shown);
-    }
+        return got.method + "|" + got.path + "|" + got.query + "|" + show(got.headers) + "|" +
+               std::string(got.body.view());
+    });
 }
 
 TEST(DecodeChunked, JudgesFraming) {
-    const struct {
-        std::string_view data;
-        std::int64_t limit;
-        std::string expected;  // The body and how many bytes were used, or "error".
-    } cases[] = {
-        {"2;x=1\r\nok\r\n0\r\n\r\nGET", 2, "ok 16"},
-        {"00A\r\n0123456789\r\na\r\n0123456789\r\n00\r\n\r\n", 64, "01234567890123456789 38"},
-        {"0\r\nA: b\r\n\rc\r\n\r\n", 64, " 15"},
-        {"7fffffffffffffff\r\nx", INT64_MAX, " 0"},
-        {"100000\r\n", kDefaultMaxBodyBytes, " 0"},
-        {"100001\r\n", kDefaultMaxBodyBytes, "error"},
-        {"1\r\no\r\n2\r\nk!\r\n", 2, "error"},
-        {"2\r\nok\n\r", 64, "error"},
-        {"2 ;x\r\nok\r\n", 64, "error"}};
-    for (const auto& c : cases) {
-        const ChunkedDecode got = decode_chunked(ByteBuffer::copy_of(c.data), c.limit);
-        const std::string body(got.body.view());
-        EXPECT_EQ(got.error ? "error" : body + " " + std::to_string(got.consumed), c.expected);
-        EXPECT_EQ(got.complete, got.consumed > 0) << c.data;
-    }
+    // The data and its limit; the body and how many bytes were used, or "error".
+    const std::pair<std::pair<std::string_view, std::int64_t>, std::string> cases[] = {
+        {{"2;x=1\r\nok\r\n0\r\n\r\nGET", 2}, "ok 16"},
+        {{"00A\r\n0123456789\r\na\r\n0123456789\r\n00\r\n\r\n", 64}, "01234567890123456789 38"},
+        {{"0\r\nA: b\r\n\rc\r\n\r\n", 64}, " 15"},
+        {{"7fffffffffffffff\r\nx", INT64_MAX}, " 0"},
+        {{"100000\r\n", kDefaultMaxBodyBytes}, " 0"},
+        {{"100001\r\n", kDefaultMaxBodyBytes}, "error"},
+        {{"1\r\no\r\n2\r\nk!\r\n", 2}, "error"},
+        {{"2\r\nok\n\r", 64}, "error"},
+        {{"2 ;x\r\nok\r\n", 64}, "error"}};
+    expect_rows(cases, [](const auto& input) {
+        const ChunkedDecode got = decode_chunked(ByteBuffer::copy_of(input.first), input.second);
+        EXPECT_EQ(got.complete, got.consumed > 0);
+        return got.error ? "error"
+                         : std::string(got.body.view()) + " " + std::to_string(got.consumed);
+    });
 }
 
 }  // namespace

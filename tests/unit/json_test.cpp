@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 #include "json/writer.h"
+#include "rows.h"
 
 namespace quorvane {
 namespace {
@@ -41,7 +43,7 @@ TEST(ParseJson, ReportsTheFirstFaultAndItsPlace) {
         {"1 2", "2 trailing_input: trailing input after JSON value"},
         {"-012345678901234567", "0 invalid_number: invalid JSON number"},
         {R"({"a":{"b":1},"\u0061" x)", "21 duplicate_key: duplicate JSON object key"}};
-    for (const auto& [input, error] : cases) EXPECT_EQ(error_of(input), error);
+    expect_rows(cases, [](std::string_view input) { return error_of(input); });
 }
 
 TEST(ParseJson, HoldsEveryLimitExactly) {
@@ -53,27 +55,25 @@ TEST(ParseJson, HoldsEveryLimitExactly) {
     const std::string open = "unexpected_end: unterminated JSON array";
     // As many nodes as bytes, the last of which is filled: the sanitizers watch the block's end.
     const std::string nodes = std::string(63, '[') + "1";
-    const struct {
-        JsonLimits limits;
-        std::string_view accepted;
-        std::string_view refused;
-        std::string error;
-    } cases[] = {{{.max_input_bytes = 4}, "1234", "\n\xFF\n45", "4 " + size},
-                 {{.max_depth = 2}, "[[]]", "[[1]]", "2 " + deep},
-                 {{.max_depth = 1}, "{}", R"({"a" : x)", "7 " + deep},
-                 {{.max_depth = 1}, "[]", "[ ", "2 " + deep},
-                 {{.max_depth = 64}, "1", nodes, "64 " + open},
-                 {{.max_nodes = 4}, R"({"a":[1,{}]})", R"({"a":[1,{}, x]})", "12 " + many},
-                 {{.max_nodes = 1}, "[]", "[", "1 " + many},
-                 {{.max_string_bytes = 4}, "\"a\\n\xC3\xA9\"", "\"abc\xC3\xA9\"", "4 " + text},
-                 {{.max_string_bytes = 4}, R"("ab\u00E9")", R"("abc\u00E9")", "4 " + text},
-                 {{.max_string_bytes = 4}, "\"1234\"", "\"\\n1234\n", "6 " + text},
-                 {{.max_string_bytes = 1}, R"({"a":1})", R"({"ab":1})", "3 " + text},
-                 {{.max_object_members = 1}, R"({"a":{"a":1}})", R"({"a":1,"a":2})", "10 " + wide}};
-    for (const auto& c : cases) {
-        EXPECT_EQ(error_of(c.accepted, c.limits), "") << c.accepted;
-        EXPECT_EQ(error_of(c.refused, c.limits), c.error) << c.refused;
-    }
+    // The limits, what keeps within them and what does not; the error.
+    using Input = std::tuple<JsonLimits, std::string_view, std::string_view>;
+    const std::pair<Input, std::string> cases[] = {
+        {{{.max_input_bytes = 4}, "1234", "\n\xFF\n45"}, "4 " + size},
+        {{{.max_depth = 2}, "[[]]", "[[1]]"}, "2 " + deep},
+        {{{.max_depth = 1}, "{}", R"({"a" : x)"}, "7 " + deep},
+        {{{.max_depth = 1}, "[]", "[ "}, "2 " + deep},
+        {{{.max_depth = 64}, "1", nodes}, "64 " + open},
+        {{{.max_nodes = 4}, R"({"a":[1,{}]})", R"({"a":[1,{}, x]})"}, "12 " + many},
+        {{{.max_nodes = 1}, "[]", "["}, "1 " + many},
+        {{{.max_string_bytes = 4}, "\"a\\n\xC3\xA9\"", "\"abc\xC3\xA9\""}, "4 " + text},
+        {{{.max_string_bytes = 4}, R"("ab\u00E9")", R"("abc\u00E9")"}, "4 " + text},
+        {{{.max_string_bytes = 4}, "\"1234\"", "\"\\n1234\n"}, "6 " + text},
+        {{{.max_string_bytes = 1}, R"({"a":1})", R"({"ab":1})"}, "3 " + text},
+        {{{.max_object_members = 1}, R"({"a":{"a":1}})", R"({"a":1,"a":2})"}, "10 " + wide}};
+    expect_rows(cases, [](const Input& input) {
+        const auto& [limits, accepted, refused] = input;
+        return error_of(accepted, limits) + error_of(refused, limits);
+    });
 }
 
 TEST(ParseJson, RefusesLimitsOutsideTheirRanges) {

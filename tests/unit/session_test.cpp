@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "rows.h"
 #include "session/callback.h"
 #include "support/text.h"
 
@@ -18,12 +19,13 @@ std::string parts_of(std::string_view text) {
 }
 
 TEST(ParseServiceOrigin, TakesBareOriginsOnly) {
-    const char* const cases[][2] = {{"https://api-host", "tls api-host 443"},
-                                    {"https://API.Host:65535", "tls API.Host 65535"},
-                                    {"https://a:b:00443", "tls a:b 443"},
-                                    {"http://127.0.0.1:8080", "127.0.0.1 8080"},
-                                    {"http://localhost", "localhost 80"}};
-    for (const auto& [text, expected] : cases) EXPECT_EQ(parts_of(text), expected);
+    const std::pair<std::string_view, const char*> cases[] = {
+        {"https://api-host", "tls api-host 443"},
+        {"https://API.Host:65535", "tls API.Host 65535"},
+        {"https://a:b:00443", "tls a:b 443"},
+        {"http://127.0.0.1:8080", "127.0.0.1 8080"},
+        {"http://localhost", "localhost 80"}};
+    expect_rows(cases, parts_of);
     for (const std::string_view text : split(
              ",h,https://,HTTPS://h,https:h,https://h/,https://h_o,https://:1,https://h:,"
              "https://h:0,https://h:65536,https://[::1],http://h,http://LOCALHOST,http://127.0.0.2",
@@ -42,9 +44,8 @@ TEST(JudgeCallback, RecognisesOnlyTheExpectedRequest) {
         {"POST" + good.substr(3) + " X", {}},
         {"GET /callback?state=&state=S&request=R X", {}},
         {good + "R X", {}}};
-    for (const auto& [line, code] : cases) {
-        EXPECT_EQ(judge_callback(line + "\r\n\r\n", "S", "R"), code) << line;
-    }
+    expect_rows(
+        cases, [](const std::string& line) { return judge_callback(line + "\r\n\r\n", "S", "R"); });
     EXPECT_FALSE(judge_callback(good + " X\r\n", "S", "R")) << "The head is incomplete.";
     EXPECT_FALSE(judge_callback("GET /callback?state=&request=R X\r\n\r\n", "", "R"));
 }

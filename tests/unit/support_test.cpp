@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <string>
 
+#include "rows.h"
 #include "support/files.h"
 #include "support/text.h"
 
@@ -27,9 +28,9 @@ TEST(ByteBuffer, KeepsItsBytesWhileItGrows) {
 }
 
 TEST(ParentDirectory, CutsTheLastName) {
-    const char* const cases[][2] = {{"", "."},    {"name", "."},  {"/name", "/"},
-                                    {"///", "/"}, {"a//b", "a/"}, {"a/b///", "a"}};
-    for (const auto& [path, parent] : cases) EXPECT_EQ(parent_directory(path), parent) << path;
+    const std::pair<std::string_view, const char*> cases[] = {
+        {"", "."}, {"name", "."}, {"/name", "/"}, {"///", "/"}, {"a//b", "a/"}, {"a/b///", "a"}};
+    expect_rows(cases, parent_directory);
 }
 
 TEST(ParseDigits, StopsBeforeTheMaximumIsPassed) {
