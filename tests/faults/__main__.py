@@ -4,7 +4,7 @@
 #
 # First each command runs with nothing broken, and its trace is judged (trace.py).  Exit status 0
 # means: no violation.  --short takes what lies between the creation of a temporary file and the
-# last rename, with faults also the first call of each shape, and each 50th of the other cases.
+# last rename, with faults also the first call of each shape, and each 200th of the other cases.
 
 import argparse
 import os
@@ -56,7 +56,7 @@ def sweep(what: str, short: bool, pool: ThreadPoolExecutor) -> int:
     """Sweeps; the exit status."""
     began = time.monotonic()
     cases = [Case(command, tls, harmless=True) for command in COMMANDS
-             for tls in (False, True)[:1 if what == "crashes" else 2]]
+             for tls in (False, True)]
     results: list[list[str] | None] = []
     traces: list[list[Call]] = []
     for calls, violations in pool.map(watch, cases):
@@ -66,9 +66,10 @@ def sweep(what: str, short: bool, pool: ThreadPoolExecutor) -> int:
     if not any(results):
         seen: set[str] = set()
         cases = [case for (command, tls, *_), calls in zip(cases, traces) for case in (
-            crashes(command, calls) if what == "crashes" else faults(command, tls, calls, seen))]
+            crashes(command, tls, calls) if what == "crashes" else
+            faults(command, tls, calls, seen))]
         if short:
-            cases = [case for turn, case in enumerate(cases) if case.always or turn % 50 == 0]
+            cases = [case for turn, case in enumerate(cases) if case.always or turn % 200 == 0]
         results = [*pool.map(try_case, cases)]
     found = [f"VIOLATION {case}: {violation}"
              for case, violations in zip(cases, results) for violation in violations or ()]

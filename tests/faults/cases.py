@@ -8,26 +8,26 @@ from typing import NamedTuple
 from laboratory.home import shell
 
 from .bench import Command
-from .trace import Call
+from .trace import ENDING, Call
 
 ERRORS = {name: words.split() for names, words in {
     # Beside errors results that are none: an early end, a short count, a wait that runs out.
-    "openat": "EACCES EMFILE ENOENT ENOSPC EEXIST EINTR EAGAIN",
-    "mkdir mkdirat rename renameat2": "EACCES ENOSPC EROFS ENOENT EEXIST EINTR",
-    "unlink unlinkat newfstatat fstat access faccessat": "EACCES EIO ENOENT",
-    "read": "EIO ECONNRESET EAGAIN EINTR 0 1",
-    "write": "EIO ENOSPC EPIPE EAGAIN EINTR 0 1",
-    "sendto": "EPIPE ECONNRESET EAGAIN EINTR 1",
-    "recvfrom": "ECONNREFUSED EAGAIN EINTR 0 5",
-    "connect": "ECONNREFUSED ENETUNREACH ETIMEDOUT EAGAIN EINTR",
-    "accept4": "ECONNABORTED EMFILE EAGAIN EINTR",
-    "poll ppoll": "ENOMEM EINTR 0",
-    "getrandom": "ENOSYS EAGAIN EINTR 0 1",
-    "mmap mremap": "ENOMEM",
+    "openat": "EACCES EMFILE ENFILE ENOMEM ENOENT ENOTDIR ELOOP ENOSPC EROFS EIO EEXIST EINTR EAGAIN",
+    "mkdir mkdirat rename renameat2": "EACCES ENOSPC EDQUOT EROFS EXDEV EBUSY ENOENT EEXIST EINTR",
+    "unlink unlinkat newfstatat fstat access faccessat": "EACCES EIO EBUSY ENOMEM EROFS ENOENT",
+    "read": "EIO ECONNRESET ETIMEDOUT ENOMEM EAGAIN EINTR 0 1",
+    "write": "EIO ENOSPC EDQUOT EFBIG EPIPE ECONNRESET ETIMEDOUT EAGAIN EINTR 0 1",
+    "sendto": "EPIPE ECONNRESET ENOBUFS ENETUNREACH ETIMEDOUT EAGAIN EINTR 1",
+    "recvfrom": "ECONNREFUSED EHOSTUNREACH ENOMEM EAGAIN EINTR 0 5",
+    "connect": "ECONNREFUSED ENETUNREACH EHOSTUNREACH EADDRNOTAVAIL EACCES ETIMEDOUT EAGAIN EINTR",
+    "accept4": "ECONNABORTED EMFILE ENFILE ENOBUFS EAGAIN EINTR",
+    "poll ppoll": "ENOMEM EINVAL EINTR 0",
+    "getrandom": "ENOSYS EPERM EAGAIN EINTR 0 1",
+    "mmap mremap": "ENOMEM EAGAIN EPERM",
     "brk": "0",  # brk(2): the kernel answers a refused request with the old break.
     "exit_group futex restart_syscall": "",
 }.items() for name in names.split()}
-OTHER_ERRORS = ("EIO", "EPERM", "ENOMEM", "EINTR")
+OTHER_ERRORS = ("EIO", "EPERM", "ENOMEM", "EINVAL", "EINTR")
 PASSING = ("EINTR", "EAGAIN", "EEXIST")
 """Errors that no machine returns for ever."""
 
@@ -100,7 +100,7 @@ def faults(command: Command, tls: bool, calls: Sequence[Call], seen: set[str]) -
             yield Case(command, tls, fault, grave=grave,
                        harmless=bool(retried and word == "EINTR" or optional),
                        always=word == words[0] and (inside or shape(call) not in seen))
-            if word == words[0] and word not in PASSING:
+            if not word.isdigit() and word not in PASSING:
                 yield Case(command, tls, fault + "+" + later * (call.name != "clock_gettime"),
                            grave=grave)
         seen.add(shape(call))
@@ -115,16 +115,17 @@ def faults(command: Command, tls: bool, calls: Sequence[Call], seen: set[str]) -
         yield Case(command, tls, wrapper=(PRLIMIT, f"--fsize={size}"))
 
 
-def crashes(command: Command, calls: Sequence[Call]) -> Iterator[Case]:
+def crashes(command: Command, tls: bool, calls: Sequence[Call]) -> Iterator[Case]:
     """A signal comes as the program enters a call, which is then not made; or a name is taken."""
     # The signals that are held back are alike: that all of them are held back, the trace shows.
     for call, inside in with_window(calls):
-        for name in ("KILL", "TERM") * (call.name != "exit_group"):
-            yield Case(command, False, f"-e inject={call.name}:signal={name}:when={call.turn}",
-                       signal=name, stale=name == "KILL", always=inside)
+        for name in ("KILL", *ENDING) * (call.name != "exit_group"):
+            yield Case(command, tls, f"-e inject={call.name}:signal={name}:when={call.turn}",
+                       signal=name, stale=name == "KILL",
+                       always=inside and not tls and name in ("KILL", "TERM"))
     for place in range(sum("O_CREAT" in call.text for call in calls)):
         for script in MAKE_OBSTACLE:
             mine = "mine" in script
-            yield Case(command, False, harmless=not mine, grave=mine, stale=mine, always=True,
+            yield Case(command, tls, harmless=not mine, grave=mine, stale=mine, always=not tls,
                        wrapper=shell(f'name="{{{place}}}.tmp.$$"; (PATH=/bin:/usr/bin; umask 77; '
                                      f'mkdir -p "$(dirname "$name")"; {script}); exec "$@"'))
