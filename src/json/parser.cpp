@@ -52,7 +52,7 @@ constexpr ErrorText kDuplicateKey = {"duplicate_key", "duplicate JSON object key
 
 // The state of one parse.
 //
-// kTextPadding zero bytes follow the input, and no token contains one.  So most steps do not
+// kTextPaddingBytes zero bytes follow the input, and no token contains one.  So most steps do not
 // compare their place with the end: a zero byte is refused like any other that does not belong, and
 // only then `refuse_or_end` asks whether it is a byte of the input or the end.
 struct Parser {
@@ -86,9 +86,9 @@ struct Cursor {
 [[gnu::noinline]] const char* skip_some_whitespace(const char* at) {
     // One space, after a colon or comma, is the most frequent form.
     if (*at == ' ' && static_cast<unsigned char>(at[1]) > ' ') return at + 1;
-    for (;; at += scan::kWidth) {
+    for (;; at += scan::kStepBytes) {
         const std::size_t run = scan::whitespace_run(at);
-        if (run < scan::kWidth) return at + run;
+        if (run < scan::kStepBytes) return at + run;
     }
 }
 
@@ -175,9 +175,9 @@ Cursor decode_string(Parser& parser, Cursor cursor) {
     for (;;) {
         // All sixteen bytes are copied, the next ones write over those that are not text.
         const char* stop = cursor.at;
-        std::size_t run = scan::kWidth;
-        for (; run == scan::kWidth; stop += run, parser.texts += run) {
-            std::memcpy(parser.texts, stop, scan::kWidth);
+        std::size_t run = scan::kStepBytes;
+        for (; run == scan::kStepBytes; stop += run, parser.texts += run) {
+            std::memcpy(parser.texts, stop, scan::kStepBytes);
             run = scan::text_run(stop);
         }
         const std::ptrdiff_t excess_bytes = parser.texts - text - parser.limits.max_string_bytes;
@@ -215,7 +215,7 @@ inline Cursor parse_number(Parser& parser, Cursor cursor) {
     const std::size_t run = scan::digit_run(digits);
     const char* end = digits + run;
     // Most numbers are integers of fewer digits than are seen at once.
-    const bool is_short = run > 0 && run < scan::kWidth && (*digits != '0' || run == 1);
+    const bool is_short = run > 0 && run < scan::kStepBytes && (*digits != '0' || run == 1);
     bool is_integer = true;
     if (!is_short || is_number_byte(*end)) {
         const NumberScan literal = scan_number(text, parser.end);
@@ -340,14 +340,14 @@ std::size_t node_bound(std::size_t input_size, const JsonLimits& limits) {
 
 // Of an input that is valid UTF-8 and not too long.
 JsonParseResult parse(ByteBuffer input, const JsonLimits& limits) {
-    std::memset(input.spare(kTextPadding), 0, kTextPadding);
+    std::memset(input.spare(kTextPaddingBytes), 0, kTextPaddingBytes);
     const std::string_view text = input.view();
     ByteBuffer nodes;
     ByteBuffer texts;
     Parser parser = {.end = text.data() + text.size(),
                      .limits = limits,
                      .nodes_left = limits.max_nodes,
-                     .texts = texts.spare(text.size() + kTextPadding)};
+                     .texts = texts.spare(text.size() + kTextPaddingBytes)};
     auto* const root = reinterpret_cast<JsonNode*>(
         nodes.spare(node_bound(text.size(), limits) * sizeof(JsonNode)));
     Cursor cursor = parse_value(parser, {skip_whitespace(text.data()), root}, 1);

@@ -25,7 +25,7 @@
 ///
 /// A container knows how many nodes it covers, so stepping over it is one addition.  The texts of
 /// strings and numbers are slices of blocks of bytes that the tree owns, for example of the parsed
-/// input; each is followed by kTextPadding readable bytes.
+/// input; each is followed by kTextPaddingBytes readable bytes.
 ///
 /// A tree that was put together from others owns the blocks of all of them.  Where it holds a
 /// container of one of those, its row has a link, a node that refers to the container's own.

@@ -25,7 +25,7 @@ class Builder {
   public:
     Builder(std::size_t node_count, std::size_t text_bytes) {
         const std::size_t node_bytes = node_count * sizeof(JsonNode);
-        char* const bytes = block_.spare(node_bytes + text_bytes + kTextPadding);
+        char* const bytes = block_.spare(node_bytes + text_bytes + kTextPaddingBytes);
         root_ = node_ = reinterpret_cast<JsonNode*>(bytes);
         text_ = bytes + node_bytes;
     }
@@ -64,7 +64,7 @@ class Builder {
         char* const kept = text_;
         std::copy(text.begin(), text.end(), kept);
         text_ += text.size();
-        std::memset(text_, 0, kTextPadding);
+        std::memset(text_, 0, kTextPaddingBytes);
         return {kept, text.size()};
     }
 

@@ -63,7 +63,7 @@ constexpr std::array<Escape, 256> kEscapes = make_escapes();
 // `text` is padded; `at` is a place for its size and kStepBytes.
 char* put_text(char* at, std::string_view text) {
     constexpr std::size_t kShortBytes = 32;
-    static_assert(kShortBytes <= kTextPadding);
+    static_assert(kShortBytes <= kTextPaddingBytes);
     if (text.size() <= kShortBytes) {
         std::memcpy(at, text.data(), kShortBytes);
     } else {
