@@ -19,6 +19,7 @@ TEST(ConnectIpv4, GivesUpOnASilentPeer) {
     EXPECT_EQ(waiting.back().error, -ETIMEDOUT);
     ByteBuffer got;
     EXPECT_EQ(receive_some(waiting[1].fd.get(), got, 1, 10'001).error, -EINVAL);
+    EXPECT_EQ(send_all(waiting[1].fd.get(), std::string(64 << 20, 'x'), 50), -ETIMEDOUT);
 }
 
 TEST(FinishConnection, TheAnswerArrivesOverUnreadBytes) {
