@@ -49,6 +49,7 @@ TEST(ParseCommandLine, AnswersOnTheProgramsTree) {
         {"config pull", "error missing required option --project"},
         {"whoami -- --help", "error invalid arguments\n" + help({"whoami"})},
         {"config", "config base=https://quorvane.example "},
+        {"login", "login base=https://quorvane.example no-browser=false "},
         {"login --no-browser=false", "login base=https://quorvane.example no-browser=true* "},
         {"config export -p=1 --base-url U",
          "config pull base=U* project=1* file=quorvane.config.json "},

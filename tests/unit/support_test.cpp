@@ -1,6 +1,7 @@
 #include "support/bytes.h"
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <string>
@@ -24,6 +25,7 @@ TEST(ByteBuffer, KeepsItsBytesWhileItGrows) {
         EXPECT_LT(memory_in_use() - before, 40U << 20);
     }
     EXPECT_EQ(memory_in_use(), before);
+    EXPECT_LT(mallinfo2().hblkhd, 1U << 20) << "bytes of large blocks that were never freed";
     release(allocate(0));
 }
 
