@@ -86,9 +86,9 @@ struct Cursor {
 [[gnu::noinline]] const char* skip_some_whitespace(const char* at) {
     // One space, after a colon or comma, is the most frequent form.
     if (*at == ' ' && static_cast<unsigned char>(at[1]) > ' ') return at + 1;
-    for (;; at += scan::kStepBytes) {
+    for (;; at += scan::kVectorBytes) {
         const std::size_t run = scan::whitespace_run(at);
-        if (run < scan::kStepBytes) return at + run;
+        if (run < scan::kVectorBytes) return at + run;
     }
 }
 
@@ -175,9 +175,9 @@ Cursor decode_string(Parser& parser, Cursor cursor) {
     for (;;) {
         // All sixteen bytes are copied, the next ones write over those that are not text.
         const char* stop = cursor.at;
-        std::size_t run = scan::kStepBytes;
-        for (; run == scan::kStepBytes; stop += run, parser.texts += run) {
-            std::memcpy(parser.texts, stop, scan::kStepBytes);
+        std::size_t run = scan::kVectorBytes;
+        for (; run == scan::kVectorBytes; stop += run, parser.texts += run) {
+            std::memcpy(parser.texts, stop, scan::kVectorBytes);
             run = scan::text_run(stop);
         }
         const std::ptrdiff_t excess_bytes = parser.texts - text - parser.limits.max_string_bytes;
@@ -215,7 +215,7 @@ inline Cursor parse_number(Parser& parser, Cursor cursor) {
     const std::size_t run = scan::digit_run(digits);
     const char* end = digits + run;
     // Most numbers are integers of fewer digits than are seen at once.
-    const bool is_short = run > 0 && run < scan::kStepBytes && (*digits != '0' || run == 1);
+    const bool is_short = run > 0 && run < scan::kVectorBytes && (*digits != '0' || run == 1);
     bool is_integer = true;
     if (!is_short || is_number_byte(*end)) {
         const NumberScan literal = scan_number(text, parser.end);

@@ -20,12 +20,12 @@ inline constexpr std::size_t kTextPaddingBytes = 32;
 
 namespace quorvane::scan {
 
-inline constexpr std::size_t kStepBytes = 16;
+inline constexpr std::size_t kVectorBytes = 16;
 
 /// Sixteen bytes in one register where the processor has such; the compiler knows how.
-using Bytes = std::uint8_t __attribute__((vector_size(kStepBytes)));
+using Bytes = std::uint8_t __attribute__((vector_size(kVectorBytes)));
 /// The same with signs, which is also the result of a comparison: 0 or -1 in each place.
-using SignedBytes = std::int8_t __attribute__((vector_size(kStepBytes)));
+using SignedBytes = std::int8_t __attribute__((vector_size(kVectorBytes)));
 
 inline Bytes load(const char* at) {
     Bytes bytes;
@@ -35,7 +35,7 @@ inline Bytes load(const char* at) {
 
 /// How many bytes precede the first match.
 inline std::size_t before_first(SignedBytes matches) {
-    using Halves = std::uint64_t __attribute__((vector_size(kStepBytes)));
+    using Halves = std::uint64_t __attribute__((vector_size(kVectorBytes)));
     const Halves halves = std::bit_cast<Halves>(matches);
     const auto in_half = [](std::uint64_t half) {
         const bool little = std::endian::native == std::endian::little;
@@ -53,9 +53,9 @@ inline std::size_t text_run(const char* at) {
 /// The first byte from `at` on that a JSON string cannot hold as it is; there must be one. Stepping
 /// by a constant lets the processor look at the next bytes before it knows whether it has to.
 inline const char* skip_text(const char* at) {
-    for (;; at += kStepBytes) {
+    for (;; at += kVectorBytes) {
         const std::size_t run = text_run(at);
-        if (run < kStepBytes) return at + run;
+        if (run < kVectorBytes) return at + run;
     }
 }
 
