@@ -118,7 +118,7 @@ def faults(command: Command, tls: bool, calls: Sequence[Call], seen: set[str]) -
 
 def crashes(command: Command, tls: bool, calls: Sequence[Call]) -> Iterator[Case]:
     """A signal comes as the program enters a call, which is then not made; or a name is taken."""
-    # The signals that are held back are alike: that all of them are held back, the trace shows.
+    # In the short form TERM is tried for all that are held back: that they are, the trace shows.
     for call, inside in with_window(calls):
         for name in ("KILL", *ENDING) * (call.name != "exit_group"):
             yield Case(command, tls, f"-e inject={call.name}:signal={name}:when={call.turn}",
